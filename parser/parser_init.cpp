@@ -1,0 +1,47 @@
+// Parse entry points: validate the container, allocate the result, hand the
+// NVM data to the NVM library for the duration of the call, walk the records,
+// then complete the result.
+#include <cstdlib>
+
+#include "cmc_diag.h"
+#include "container_check.h"
+#include "ej_cmc_parser.h"
+#include "ej_nvm.h"
+#include "record_walk.h"
+
+cmc_parsed_data *ej_cmc_parser_init_v1(const ej_data_block *container, const ej_data_block *nvm)
+{
+    cmc_diag_reason why{};
+    if (!container_is_valid(container, &why)) {
+        cmc_diag_container(container, why);
+        return nullptr;
+    }
+    auto *parsed = static_cast<cmc_parsed_data *>(std::calloc(1, sizeof(cmc_parsed_data)));
+    if (parsed == nullptr) {
+        cmc_diag_container(container, CMC_DIAG_CONTAINER_NO_MEMORY);
+        return nullptr;
+    }
+    parsed->container = container;
+
+    // Only whether a handle came back matters: the NVM library's status is
+    // not examined, and a null handle means a parse without NVM data.
+    ej_nvm_data *nvm_data = nullptr;
+    if (nvm != nullptr && nvm->data != nullptr && nvm->size != 0)
+        (void)ej_nvm_parse(nvm, &nvm_data);
+
+    walk_records(container->data, container->size, parsed, nvm_data);
+
+    if (nvm_data != nullptr) {
+        // The lens-shading step (adapting slot 53 to the module's NVM tables)
+        // runs here, before the handle is released.
+        ej_nvm_deinit(nvm_data);
+    }
+    // Completion of slot 57 from the id-19 and id-20 records, when the
+    // container carried no id-34 record, runs here as the last step.
+    return parsed;
+}
+
+cmc_parsed_data *ej_cmc_parser_init(const ej_data_block *container)
+{
+    return ej_cmc_parser_init_v1(container, nullptr);
+}
