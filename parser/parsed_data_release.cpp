@@ -51,10 +51,8 @@ void ej_cmc_parser_deinit(cmc_parsed_data *p)
     release(p->rec_23);
     release(p->value_table);
     release(p->rec_21);
-    if (p->block_record != nullptr) {
-        release(p->block_entries);
-        release(p->block_record);
-    }
+    release(p->block_entries); // the entries before the record they index
+    release(p->block_record);
     release(p->dual_block);
     release(p->plane_grid_set);
     release(p->nvm_map_table);

@@ -30,6 +30,13 @@ struct KeptCase {
     std::vector<View> views;
 };
 
+// Test names and failure messages show the case's name (the default printer
+// would dump the structure's bytes, padding included).
+void PrintTo(const KeptCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 Bytes counts6(uint8_t a, uint8_t b, uint8_t c, uint8_t d)
 {
     return ByteWriter().zeros(4).u8(a).u8(b).u8(c).u8(d).fill(40, 0x66).take();
