@@ -38,6 +38,21 @@ void release_group(const uint8_t *record, uint8_t *&owner, Views *&...views)
     ((views = nullptr), ...);
 }
 
+// Records whose length follows from count fields: the counts themselves must
+// be there (counts_end), then the whole announced content rounded up to 8
+// (end(record), read only once the counts are known to be inside). Keeps the
+// copy in owner, or drops it.
+template <typename EndOf>
+bool keep_if_fits(uint8_t *record, uint8_t *&owner, uint32_t counts_end, EndOf end)
+{
+    if (!holds(record, counts_end) || !holds(record, required_size(end(record)))) {
+        drop_record(record, CMC_DIAG_TOO_SHORT);
+        return false;
+    }
+    owner = record;
+    return true;
+}
+
 } // namespace
 
 uint32_t decode_plain_record(uint8_t *record, cmc_parsed_data *parsed)
@@ -60,13 +75,11 @@ uint32_t decode_plain_record(uint8_t *record, cmc_parsed_data *parsed)
 uint32_t decode_rec_6(uint8_t *record, cmc_parsed_data *parsed)
 {
     release_group(record, parsed->rec_6, parsed->rec_6_values);
-    if (!holds(record, 16)) // the counts themselves are missing
-        return drop_record(record, CMC_DIAG_TOO_SHORT);
-    const uint32_t count = uint32_t(record[12]) + record[13] + record[14] + record[15];
-    if (record_size(record) < required_size(16 + 2 * count))
-        return drop_record(record, CMC_DIAG_TOO_SHORT);
-    parsed->rec_6 = record;
-    set_view(parsed->rec_6_values, record, 16);
+    const auto end = [](const uint8_t *r) {
+        return 16 + 2 * (uint32_t(r[12]) + r[13] + r[14] + r[15]);
+    };
+    if (keep_if_fits(record, parsed->rec_6, 16, end))
+        set_view(parsed->rec_6_values, record, 16);
     return 0;
 }
 
@@ -74,13 +87,9 @@ uint32_t decode_rec_6(uint8_t *record, cmc_parsed_data *parsed)
 uint32_t decode_rec_16(uint8_t *record, cmc_parsed_data *parsed)
 {
     release_group(record, parsed->rec_16, parsed->rec_16_values);
-    if (!holds(record, 14))
-        return drop_record(record, CMC_DIAG_TOO_SHORT);
-    const uint32_t n = load_u16(record + 12);
-    if (record_size(record) < required_size(14 + 4 * n))
-        return drop_record(record, CMC_DIAG_TOO_SHORT);
-    parsed->rec_16 = record;
-    set_view(parsed->rec_16_values, record, 14);
+    const auto end = [](const uint8_t *r) { return 14 + 4 * uint32_t(load_u16(r + 12)); };
+    if (keep_if_fits(record, parsed->rec_16, 14, end))
+        set_view(parsed->rec_16_values, record, 14);
     return 0;
 }
 
@@ -102,15 +111,12 @@ uint32_t decode_rec_17(uint8_t *record, cmc_parsed_data *parsed)
 uint32_t decode_rec_18(uint8_t *record, cmc_parsed_data *parsed)
 {
     release_group(record, parsed->rec_18, parsed->rec_18_entries, parsed->rec_18_tail);
-    if (!holds(record, 10))
-        return drop_record(record, CMC_DIAG_TOO_SHORT);
-    const uint32_t n = load_u16(record + 8);
-    if (record_size(record) < required_size(10 + 84 * n))
-        return drop_record(record, CMC_DIAG_TOO_SHORT);
-    parsed->rec_18 = record;
+    const auto end = [](const uint8_t *r) { return 10 + 84 * uint32_t(load_u16(r + 8)); };
+    if (!keep_if_fits(record, parsed->rec_18, 10, end))
+        return 0;
     set_view(parsed->rec_18_entries, record, 10);
     if (record_version(record) > 100)
-        set_view(parsed->rec_18_tail, record, 10 + 84 * n);
+        set_view(parsed->rec_18_tail, record, end(record));
     return 0;
 }
 
@@ -119,15 +125,14 @@ uint32_t decode_rec_18(uint8_t *record, cmc_parsed_data *parsed)
 uint32_t decode_rec_19(uint8_t *record, cmc_parsed_data *parsed)
 {
     release_group(record, parsed->rec_19, parsed->rec_19_entries, parsed->rec_19_values);
-    if (!holds(record, 16))
-        return drop_record(record, CMC_DIAG_TOO_SHORT);
-    const uint32_t a = load_u16(record + 12);
-    const uint32_t b = load_u16(record + 14);
-    if (record_size(record) < required_size(16 + 28 * a + 8 * b))
-        return drop_record(record, CMC_DIAG_TOO_SHORT);
-    parsed->rec_19 = record;
+    const auto entries_end = [](const uint8_t *r) { return 16 + 28 * uint32_t(load_u16(r + 12)); };
+    const auto end = [&](const uint8_t *r) {
+        return entries_end(r) + 8 * uint32_t(load_u16(r + 14));
+    };
+    if (!keep_if_fits(record, parsed->rec_19, 16, end))
+        return 0;
     set_view(parsed->rec_19_entries, record, 16);
-    set_view(parsed->rec_19_values, record, 16 + 28 * a);
+    set_view(parsed->rec_19_values, record, entries_end(record));
     return 0;
 }
 
