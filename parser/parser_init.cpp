@@ -1,8 +1,7 @@
 // Parse entry points: validate the container, allocate the result, hand the
 // NVM data to the NVM library for the duration of the call, walk the records,
 // then complete the result.
-#include <cstdlib>
-
+#include "allocation.h"
 #include "cmc_diag.h"
 #include "container_check.h"
 #include "ej_cmc_parser.h"
@@ -16,7 +15,7 @@ cmc_parsed_data *ej_cmc_parser_init_v1(const ej_data_block *container, const ej_
         cmc_diag_container(container, why);
         return nullptr;
     }
-    auto *parsed = static_cast<cmc_parsed_data *>(std::calloc(1, sizeof(cmc_parsed_data)));
+    auto *parsed = static_cast<cmc_parsed_data *>(cmc_calloc(1, sizeof(cmc_parsed_data)));
     if (parsed == nullptr) {
         cmc_diag_container(container, CMC_DIAG_CONTAINER_NO_MEMORY);
         return nullptr;

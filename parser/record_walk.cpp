@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "allocation.h"
 #include "byte_io.h"
 #include "cmc_diag.h"
 
@@ -21,7 +22,7 @@ constexpr uint16_t kFirstForeignId = 64; // ids from 64 on belong to other consu
 void decode_copy(const uint8_t *rec, uint32_t rec_size, cmc_parsed_data *parsed,
                  const struct ej_nvm_data *nvm)
 {
-    uint8_t *copy = static_cast<uint8_t *>(std::malloc(rec_size));
+    uint8_t *copy = static_cast<uint8_t *>(cmc_malloc(rec_size));
     if (copy == nullptr) {
         cmc_diag_record(rec, CMC_DIAG_COPY_NO_MEMORY);
         return;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "allocation.h"
 #include "byte_io.h"
 #include "cmc_diag.h"
 

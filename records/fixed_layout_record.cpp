@@ -33,7 +33,7 @@ uint32_t decode_fixed_layout_record(uint8_t *record, cmc_parsed_data *parsed)
     note_replacement(parsed->rec_2, record);
     release_slot(parsed->rec_2);
 
-    auto *rec2 = static_cast<cmc_rec_2 *>(std::calloc(1, sizeof(cmc_rec_2)));
+    auto *rec2 = static_cast<cmc_rec_2 *>(cmc_calloc(1, sizeof(cmc_rec_2)));
     if (rec2 == nullptr)
         return drop_record(record, CMC_DIAG_NO_MEMORY);
     parsed->rec_2 = rec2;

@@ -70,7 +70,7 @@ uint32_t decode_name_record(uint8_t *record, cmc_parsed_data *parsed)
     // A record without pairs gets no array: slot 3 stays empty with count 0.
     rec_1_pair *pairs = nullptr;
     if (count != 0) {
-        pairs = static_cast<rec_1_pair *>(std::calloc(count, sizeof(rec_1_pair)));
+        pairs = static_cast<rec_1_pair *>(cmc_calloc(count, sizeof(rec_1_pair)));
         if (pairs == nullptr) {
             // The name is still worth having without the pairs.
             cmc_diag_record(record, CMC_DIAG_NO_MEMORY);
