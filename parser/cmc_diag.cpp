@@ -26,26 +26,24 @@ void cmc_diag_set_record_offset(uint32_t offset)
     t_diag.offset = offset;
 }
 
+namespace {
+void emit(uint32_t offset, uint32_t size, uint16_t id, uint8_t version, cmc_diag_reason reason)
+{
+    const cmc_diag_event event{offset, size, id, version, reason};
+    t_diag.hook(&event, t_diag.user);
+}
+} // namespace
+
 void cmc_diag_container(const ej_data_block *container, cmc_diag_reason reason)
 {
-    if (t_diag.hook == nullptr)
-        return;
-    cmc_diag_event event{};
-    event.offset = 0;
-    event.size = container != nullptr ? container->size : 0;
-    event.reason = reason;
-    t_diag.hook(&event, t_diag.user);
+    if (t_diag.hook != nullptr)
+        emit(0, container != nullptr ? container->size : 0, 0, 0, reason);
 }
 
 void cmc_diag_leftover(uint32_t bytes, cmc_diag_reason reason)
 {
-    if (t_diag.hook == nullptr)
-        return;
-    cmc_diag_event event{};
-    event.offset = t_diag.offset;
-    event.size = bytes;
-    event.reason = reason;
-    t_diag.hook(&event, t_diag.user);
+    if (t_diag.hook != nullptr)
+        emit(t_diag.offset, bytes, 0, 0, reason);
 }
 
 void cmc_diag_record(const void *record, cmc_diag_reason reason)
@@ -53,13 +51,7 @@ void cmc_diag_record(const void *record, cmc_diag_reason reason)
     if (t_diag.hook == nullptr)
         return;
     const uint8_t *rec = static_cast<const uint8_t *>(record);
-    cmc_diag_event event{};
-    event.offset = t_diag.offset;
-    event.size = record_size(rec);
-    event.id = record_id(rec);
-    event.version = record_version(rec);
-    event.reason = reason;
-    t_diag.hook(&event, t_diag.user);
+    emit(t_diag.offset, record_size(rec), record_id(rec), record_version(rec), reason);
 }
 
 const char *cmc_diag_reason_text(cmc_diag_reason reason)
