@@ -22,4 +22,4 @@ run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DEJ_SANITIZE=address,undefined
+run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DEJ_SANITIZE=address,undefined -DEJ_BUILD_BENCH=OFF

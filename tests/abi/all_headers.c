@@ -2,6 +2,8 @@
  * able to include them all together. */
 #include "ej_cmc_parser.h"
 #include "cmc_records.h"
+#include "ej_cmc_lsc.h"
+#include "ej_cmc_resample.h"
 #include "ej_kelb_parser.h"
 #include "ej_log.h"
 #include "ej_nvm.h"
