@@ -6,7 +6,8 @@ set(EJ_PUBLIC_HEADERS
   ${PROJECT_SOURCE_DIR}/parser/ej_cmc_parser.h
   ${PROJECT_SOURCE_DIR}/records/cmc_records.h
   ${PROJECT_SOURCE_DIR}/lsc/ej_cmc_lsc.h
-  ${PROJECT_SOURCE_DIR}/resample/ej_cmc_resample.h)
+  ${PROJECT_SOURCE_DIR}/resample/ej_cmc_resample.h
+  ${PROJECT_BINARY_DIR}/generated/ej_cmc_version.h)
 
 install(TARGETS ej_cmc_parser LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES ${EJ_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ej_cmc_parser)

@@ -4,7 +4,7 @@
 # another user, the script names them and stops.
 set -euo pipefail
 
-EJ_PACKAGES=(cmake make g++ gcc binutils pkg-config libgtest-dev libbenchmark-dev)
+EJ_PACKAGES=(cmake make g++ gcc binutils pkg-config libgtest-dev libbenchmark-dev doxygen abigail-tools)
 
 ej_install_deps() {
     local missing=()

@@ -2,8 +2,10 @@
 // writer) through the shared library, without and then with an NVM blob, and
 // print the slots each parse filled.
 #include <cstdio>
+#include <cstring>
 
 #include "ej_cmc_parser.h"
+#include "ej_cmc_version.h"
 #include "kelb_builder.h"
 #include "sample_module.h"
 #include "slots.h"
@@ -35,8 +37,16 @@ bool report(const char *title, const ej_data_block &container, const ej_data_blo
 
 } // namespace
 
-int main()
+int main(int argc, char **argv)
 {
+    if (argc > 1 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("cmc-demo (ej_cmc_parser) %s\n", EJ_CMC_PARSER_VERSION_STRING);
+        return 0;
+    }
+    if (argc > 1) {
+        std::fprintf(stderr, "usage: cmc-demo [--version]\n");
+        return 2;
+    }
     ejtest::Bytes container = ejtest::make_container(ejtest::sample_records());
     ejtest::Bytes nvm = ejtest::sample_nvm();
     const ej_data_block container_block{container.data(), uint32_t(container.size())};

@@ -4,6 +4,7 @@
 #include "cmc_records.h"
 #include "ej_cmc_lsc.h"
 #include "ej_cmc_resample.h"
+#include "ej_cmc_version.h"
 #include "ej_kelb_parser.h"
 #include "ej_log.h"
 #include "ej_nvm.h"

@@ -33,13 +33,24 @@ std::string run(const std::string &command)
     return out;
 }
 
-std::set<std::string> exported_functions()
+// Defined dynamic symbols as "name@@version" (nm prints the version node
+// itself as an absolute symbol: it is left out).
+std::set<std::string> versioned_exports()
 {
     std::set<std::string> names;
     std::istringstream lines(run(std::string("nm -D --defined-only ") + EJ_CMC_LIBRARY_PATH));
     std::string address, type, name;
     while (lines >> address >> type >> name)
-        names.insert(name);
+        if (type != "A")
+            names.insert(name);
+    return names;
+}
+
+std::set<std::string> exported_functions()
+{
+    std::set<std::string> names;
+    for (const std::string &versioned : versioned_exports())
+        names.insert(versioned.substr(0, versioned.find('@')));
     return names;
 }
 
@@ -77,6 +88,17 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "ej_cmc_parser_init_v1",
     };
     EXPECT_EQ(exported_functions(), expected);
+}
+
+TEST(SharedLibrary, EveryExportCarriesTheVersionNode)
+{
+    const std::set<std::string> versioned = versioned_exports();
+    ASSERT_FALSE(versioned.empty());
+    for (const std::string &name : versioned) {
+        const std::size_t at = name.find("@@");
+        ASSERT_NE(at, std::string::npos) << name << " has no default version";
+        EXPECT_EQ(name.substr(at + 2), "EJ_CMC_PARSER_0") << name;
+    }
 }
 
 TEST(SharedLibrary, NamesItselfAndItsPlatformLibraries)
