@@ -1,4 +1,6 @@
-/* Lens-shading table computation: small single-precision linear algebra on
+/**
+ * @file ej_cmc_lsc.h
+ * @brief Lens-shading table computation: small single-precision linear algebra on
  * strided matrices, upscaling of a module's NVM lens-shading tables to a
  * tuning grid, and the ratio-based correction of tuned grids. */
 #ifndef EJ_CMC_LSC_H

@@ -1,5 +1,6 @@
-/*
- * Symbol export for libej_cmc_parser-vantor.so.0.
+/**
+ * @file ej_cmc_export.h
+ * @brief Symbol export for libej_cmc_parser-vantor.so.0.
  *
  * The library is built with hidden visibility; only declarations marked
  * EJ_CMC_API are exported. For consumers the macro is harmless.

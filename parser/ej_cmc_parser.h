@@ -1,5 +1,6 @@
-/*
- * ej_cmc_parser.h - parse entry points and the parse result.
+/**
+ * @file ej_cmc_parser.h
+ * @brief Parse entry points and the parse result.
  *
  * A camera stack hands a tuning container (the kelb format: a 24-byte header
  * followed by a chain of records) and, optionally, the module's NVM data to
@@ -39,10 +40,10 @@ typedef struct ej_data_block {
  * The other bytes are covered by the checksum and not interpreted.
  */
 typedef struct kelb_container_header {
-    uint32_t word0;
-    uint32_t size;
-    uint8_t reserved[12];
-    uint32_t checksum;
+    uint32_t word0;       /**< not interpreted (covered by the checksum) */
+    uint32_t size;        /**< total container size in bytes, header included */
+    uint8_t reserved[12]; /**< not interpreted (covered by the checksum) */
+    uint32_t checksum;    /**< checksum word */
 } kelb_container_header;
 
 /** The first 8 bytes of every record, little-endian. */
@@ -53,7 +54,8 @@ typedef struct kelb_record_header {
     uint16_t id;      /**< record id; ids below 64 are decoded here */
 } kelb_record_header;
 
-/* Decoded structures, defined in cmc_records.h. */
+/* Decoded structures, defined and documented in cmc_records.h. */
+/** @cond FORWARD_DECLARATIONS */
 typedef struct rec_1_pair rec_1_pair;
 typedef struct cmc_rec_2 cmc_rec_2;
 typedef struct rec_15_curve_set rec_15_curve_set;
@@ -71,6 +73,7 @@ typedef struct cmc_pipe_decompand cmc_pipe_decompand;
 typedef struct cmc_sensor_decompand cmc_sensor_decompand;
 typedef struct cmc_cbd cmc_cbd;
 typedef struct others_data others_data;
+/** @endcond */
 
 /**
  * The parse result. Field N is "slot N". Every field is one pointer wide,
@@ -169,13 +172,22 @@ typedef struct cmc_parsed_data {
 EJ_CMC_API cmc_parsed_data *ej_cmc_parser_init_v1(const ej_data_block *container,
                                                   const ej_data_block *nvm);
 
-/** ej_cmc_parser_init_v1(container, NULL). */
+/**
+ * Parse a tuning container without NVM data: ej_cmc_parser_init_v1(container, NULL).
+ *
+ * @param container the container, as for ej_cmc_parser_init_v1().
+ * @return the parse result owned by the caller, or null, as for
+ *         ej_cmc_parser_init_v1().
+ */
 EJ_CMC_API cmc_parsed_data *ej_cmc_parser_init(const ej_data_block *container);
 
 /**
  * Release everything a parse result owns, then the result itself.
- * A null argument does nothing. The container descriptor of slot 64 belongs
- * to the caller and is not touched.
+ *
+ * @param parsed a result of ej_cmc_parser_init_v1() or ej_cmc_parser_init(),
+ *        or null (nothing is done). The container descriptor of slot 64
+ *        belongs to the caller and is not touched. Needs exclusive use of
+ *        parsed; it is invalid afterwards.
  */
 EJ_CMC_API void ej_cmc_parser_deinit(cmc_parsed_data *parsed);
 

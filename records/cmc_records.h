@@ -1,5 +1,6 @@
-/*
- * cmc_records.h - record dispatch and the decoded record structures.
+/**
+ * @file cmc_records.h
+ * @brief Record dispatch and the decoded record structures.
  *
  * cmc_parse() decodes one CMC record (id below 64) into a cmc_parsed_data.
  * ej_cmc_parser_init_v1() calls it once per record; a caller may also call it
@@ -54,8 +55,8 @@ EJ_CMC_API uint32_t cmc_parse(void *record, cmc_parsed_data *parsed,
 
 /** One key/value pair of the id-1 record (slot 3); both point into slot 0. */
 struct rec_1_pair {
-    const char *key;
-    const char *value;
+    const char *key;   /**< NUL-terminated key */
+    const char *value; /**< NUL-terminated value */
 };
 
 /**

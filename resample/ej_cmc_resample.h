@@ -1,4 +1,6 @@
-/* Resampling kernels over dense 2-D arrays of 8-, 16- and 32-bit integers and
+/**
+ * @file ej_cmc_resample.h
+ * @brief Resampling kernels over dense 2-D arrays of 8-, 16- and 32-bit integers and
  * floats. Every kernel runs on the caller's thread, allocates nothing it keeps
  * and returns a 32-bit status: 0 on success, 4 when scratch memory could not
  * be allocated, 32 for a null argument or extents out of range (nothing is
