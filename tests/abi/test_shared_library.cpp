@@ -86,6 +86,21 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "ej_cmc_parser_deinit",
         "ej_cmc_parser_init",
         "ej_cmc_parser_init_v1",
+        // Nearest-neighbour, bilinear and area-averaging kernels.
+        "crop_resize_2d_array_uint16",
+        "image_downscale_32f_to_u16p10",
+        "image_downscale_nearest_neighbor_int32",
+        "image_downscale_u16_to_u16",
+        "image_nearest_neighbor_scale_interleaved_int32",
+        "image_nearest_neighbor_scale_uint32",
+        "image_upscale_nearest_neighbor_uint16",
+        "resize_2d_array_float",
+        "resize_2d_array_int32",
+        "resize_2d_array_uint16",
+        "resize_2d_array_uint16_v1",
+        "resize_2d_array_uint32",
+        "resize_2d_array_uint8",
+        "resize_2d_array_uint8_v1",
     };
     EXPECT_EQ(exported_functions(), expected);
 }

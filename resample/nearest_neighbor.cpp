@@ -1,0 +1,202 @@
+// Nearest-neighbour scaling: two index rules.
+//
+// 16.16 stepping (uint32 and interleaved kernels): output k reads source
+// index (k * step) >> 16 with step = (src << 16) / dst + 1. The position is
+// accumulated in 64 bits: wherever the 32-bit accumulation of the rule does
+// not wrap, the indices are the same, and a wrapped position could only have
+// produced a meaningless index.
+//
+// Float ratio, 1-based (uint16 upscale, int32 downscale): output k reads
+// ceil(k * ratio) - 1, with t = float(k) * ratio in single precision and two
+// different tests of "t is integral".
+//
+// Both rules can pass the last source sample at the last outputs (a large
+// enlargement makes (k * step) >> 16 reach the extent; single-precision
+// rounding can put t just above the extent); the index is then limited to
+// extent - 1, so the last sample is repeated instead of reading past the row.
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "ej_cmc_resample.h"
+
+namespace {
+
+constexpr uint32_t kStatusRejected = 32;
+
+inline uint64_t min_u64(uint64_t a, uint64_t b)
+{
+    return a < b ? a : b;
+}
+
+// Source index of an output at 16.16 position acc, kept inside the source.
+inline uint64_t step_index(uint64_t acc, uint64_t last)
+{
+    return min_u64(acc >> 16, last);
+}
+
+// 1-based float-ratio rule with the 0.0001 tolerance: a t whose fraction is
+// below 0.0001 counts as integral (so 3 -> 21 still ends on index 2 when t
+// rounds to 3.0000002).
+inline uint32_t tolerant_index(uint32_t k, float ratio, uint32_t last)
+{
+    const float t = float(k) * ratio;
+    const float whole = std::trunc(t);
+    uint32_t i = uint32_t(whole);
+    if (t - whole < 0.0001f && t >= 1.0f)
+        --i;
+    return i < last ? i : last;
+}
+
+// 1-based float-ratio rule where only an exactly integral t counts; the
+// integer part is taken modulo 2^16 as the kernel's 16-bit index.
+inline uint32_t exact_index(uint32_t k, float ratio, uint32_t last)
+{
+    const float t = float(k) * ratio;
+    uint32_t i = uint32_t(std::trunc(t)) & 0xFFFFu;
+    if (t - float(i) == 0.0f && i != 0)
+        --i;
+    return i < last ? i : last;
+}
+
+} // namespace
+
+uint32_t image_nearest_neighbor_scale_interleaved_int32(const int32_t *src, uint32_t src_width,
+                                                        uint32_t src_height, uint32_t channels,
+                                                        int32_t *dst, uint32_t dst_width,
+                                                        uint32_t dst_height)
+{
+    // A source height of 0 has no row to read, so it is rejected like a width
+    // of 0; extents from 65536 on would overflow the 16.16 step.
+    if (src == nullptr || dst == nullptr || src_width == 0 || src_height == 0 ||
+        dst_height == 0 || src_width > 0xFFFFu || src_height > 0xFFFFu)
+        return kStatusRejected;
+    if (dst_width == 0 || channels == 0)
+        return 0;
+
+    const uint32_t step_x = (src_width << 16) / dst_width + 1;
+    const uint32_t step_y = (src_height << 16) / dst_height + 1;
+    const size_t pixel_bytes = size_t(channels) * sizeof(int32_t);
+    const size_t src_row = size_t(src_width) * channels;
+    const size_t dst_row = size_t(dst_width) * channels;
+
+    uint64_t acc_y = 0;
+    for (uint32_t oy = 0; oy < dst_height; ++oy, acc_y += step_y) {
+        const int32_t *src_line = src + step_index(acc_y, src_height - 1) * src_row;
+        int32_t *out = dst + size_t(oy) * dst_row;
+        uint64_t acc_x = 0;
+        if (channels == 1) {
+            for (uint32_t ox = 0; ox < dst_width; ++ox, acc_x += step_x)
+                out[ox] = src_line[step_index(acc_x, src_width - 1)];
+            continue;
+        }
+        for (uint32_t ox = 0; ox < dst_width; ++ox, acc_x += step_x, out += channels)
+            std::memcpy(out, src_line + step_index(acc_x, src_width - 1) * channels, pixel_bytes);
+    }
+    return 0;
+}
+
+uint32_t image_nearest_neighbor_scale_uint32(const uint32_t *src, int32_t src_width,
+                                             int32_t src_height, uint32_t *dst,
+                                             int32_t dst_width, int32_t dst_height)
+{
+    // src << 16 must stay a positive signed 32-bit value.
+    if (src == nullptr || dst == nullptr || src_width <= 0 || src_height <= 0 ||
+        dst_width <= 0 || dst_height <= 0 || src_width > 0x7FFF || src_height > 0x7FFF)
+        return kStatusRejected;
+
+    const int32_t step_x = int32_t(uint32_t(src_width) << 16) / dst_width + 1;
+    const int32_t step_y = int32_t(uint32_t(src_height) << 16) / dst_height + 1;
+
+    uint64_t acc_y = 0;
+    for (int32_t oy = 0; oy < dst_height; ++oy, acc_y += uint64_t(step_y)) {
+        const uint32_t *src_line =
+            src + step_index(acc_y, uint64_t(src_height) - 1) * size_t(src_width);
+        uint32_t *out = dst + size_t(oy) * size_t(dst_width);
+        uint64_t acc_x = 0;
+        for (int32_t ox = 0; ox < dst_width; ++ox, acc_x += uint64_t(step_x))
+            out[ox] = src_line[step_index(acc_x, uint64_t(src_width) - 1)];
+    }
+    return 0;
+}
+
+uint32_t image_upscale_nearest_neighbor_uint16(const uint16_t *src, uint16_t *dst,
+                                               uint16_t src_width, uint16_t src_height,
+                                               uint16_t dst_width, uint16_t dst_height)
+{
+    if (src_width < 2 || src_height < 2 || dst_width < 2 || dst_height < 2)
+        return kStatusRejected;
+
+    const float ratio_x = float(src_width) / float(dst_width);
+    const float ratio_y = float(src_height) / float(dst_height);
+
+    // Output positions are counted in 32 bits, so a destination extent of
+    // 65535 is handled like any other.
+    for (uint32_t ky = 1; ky <= dst_height; ++ky) {
+        const uint16_t *src_line =
+            src + size_t(tolerant_index(ky, ratio_y, src_height - 1u)) * src_width;
+        uint16_t *out = dst + size_t(ky - 1) * dst_width;
+        for (uint32_t kx = 1; kx <= dst_width; ++kx)
+            out[kx - 1] = src_line[tolerant_index(kx, ratio_x, src_width - 1u)];
+    }
+    return 0;
+}
+
+namespace {
+
+// Maximum of 0 and the samples in rows y_begin ... y_end - 1 and columns
+// x_begin ... x_end - 1 (an empty range gives 0).
+int32_t block_max(const int32_t *src, size_t stride, uint32_t y_begin, uint32_t y_end,
+                  uint32_t x_begin, uint32_t x_end)
+{
+    int32_t best = 0;
+    for (uint32_t y = y_begin; y < y_end; ++y) {
+        const int32_t *line = src + size_t(y) * stride;
+        for (uint32_t x = x_begin; x < x_end; ++x)
+            best = line[x] > best ? line[x] : best;
+    }
+    return best;
+}
+
+} // namespace
+
+uint32_t image_downscale_nearest_neighbor_int32(const int32_t *src, int32_t *dst,
+                                                uint16_t src_width, uint16_t src_height,
+                                                uint16_t dst_width, uint16_t dst_height,
+                                                uint8_t use_max)
+{
+    if (src_width < 2 || src_height < 2 || dst_width < 2 || dst_height < 2)
+        return kStatusRejected;
+
+    const float ratio_x = float(src_width) / float(dst_width);
+    const float ratio_y = float(src_height) / float(dst_height);
+    const size_t stride = src_width;
+
+    // The block maximum covers the samples after the previous output's picked
+    // row (column) up to the output's own. The first output row and the first
+    // output of every row start from a previous index of 0, so source row 0
+    // and column 0 never enter a maximum. This is the kernel's established
+    // output, which the camera stack's callers are tuned to; starting the
+    // first block at index 0 instead would change the first output row and
+    // column of every call.
+    uint32_t prev_y = 0;
+    for (uint32_t ky = 1; ky <= dst_height; ++ky) {
+        const uint32_t iy = exact_index(ky, ratio_y, src_height - 1u);
+        int32_t *out = dst + size_t(ky - 1) * dst_width;
+        if (use_max == 0) {
+            const int32_t *src_line = src + size_t(iy) * stride;
+            for (uint32_t kx = 1; kx <= dst_width; ++kx)
+                out[kx - 1] = src_line[exact_index(kx, ratio_x, src_width - 1u)];
+            continue;
+        }
+        uint32_t prev_x = 0;
+        for (uint32_t kx = 1; kx <= dst_width; ++kx) {
+            const uint32_t ix = exact_index(kx, ratio_x, src_width - 1u);
+            out[kx - 1] = iy <= prev_y ? 0 : block_max(src, stride, prev_y + 1, iy + 1, prev_x + 1, ix + 1);
+            prev_x = ix;
+        }
+        prev_y = iy;
+    }
+    return 0;
+}
