@@ -44,6 +44,14 @@ void create_buffer_for_bicubic_float(const float *src, float *buffer, uint16_t w
                                      uint16_t height);
 
 /*
+ * The 16 coefficients a00, a01, ..., a33 (first index the power of the
+ * vertical fraction, second that of the horizontal one) of the bicubic patch
+ * of the cell whose 4 x 4 neighbourhood starts at p, rows a buffer stride
+ * apart; p[stride + 1] is the cell's own source sample.
+ */
+void bicubic_cell_coefficients(const float *p, size_t stride, float *a);
+
+/*
  * Catmull-Rom cubic through p0..p3 at t in [0, 1], with half_t = t * 0.5:
  *   p1 + half_t * ((p2 - p0) + t * ((2 p0 - 5 p1 + 4 p2 - p3)
  *                                   + t * (3 (p1 - p2) + p3 - p0)))

@@ -7,17 +7,9 @@
 #include "bicubic_internal.h"
 #include "ej_cmc_resample.h"
 
-namespace {
-
-constexpr uint32_t kStatusOk = 0;
-constexpr uint32_t kStatusNoMemory = 4;
-constexpr uint32_t kStatusBadArgument = 32;
-
-// The 16 coefficients a00, a01, ..., a33 (first index the power of the
-// vertical fraction) of the cell whose 4 x 4 neighbourhood starts at p, a
-// buffer row stride apart. Each is a plain single-precision sum taken left to
-// right exactly as written.
-void cell_coefficients(const float *p, size_t stride, float *a)
+// Each coefficient is a plain single-precision sum taken left to right exactly
+// as written (no fusing), so that the bits follow the definition.
+void bicubic_cell_coefficients(const float *p, size_t stride, float *a)
 {
     const float *r0 = p;
     const float *r1 = p + stride;
@@ -57,6 +49,12 @@ void cell_coefficients(const float *p, size_t stride, float *a)
             2.25f * P12 + 0.75f * P13 + 0.75f * P20 - 2.25f * P21 + 2.25f * P22 - 0.75f * P23 -
             0.25f * P30 + 0.75f * P31 - 0.75f * P32 + 0.25f * P33;
 }
+
+namespace {
+
+constexpr uint32_t kStatusOk = 0;
+constexpr uint32_t kStatusNoMemory = 4;
+constexpr uint32_t kStatusBadArgument = 32;
 
 // Sum of a_mn fy^m fx^n: a Horner-like pass along x per power of y, then along
 // y, every step fused.
@@ -135,7 +133,7 @@ void cell_walk(const float *buffer, float *dst, uint32_t src_width, uint32_t src
         uint32_t ny = 0;
         uint32_t out_x = 0;
         for (uint32_t j = 0; j < src_width; ++j) {
-            cell_coefficients(buffer + i * stride + j, stride, a);
+            bicubic_cell_coefficients(buffer + i * stride + j, stride, a);
             uint32_t nx = 0;
             ny = 0;
             const int32_t cy = trunc_to_int(static_cast<float>(out_y) * scale_y);

@@ -84,6 +84,28 @@ TEST(BicubicUpscale, MatchesTheReferenceBitForBit16Bit)
     compare_with_reference_on_random_planes<uint16_t>(12, 65535);
 }
 
+TEST(BicubicUpscale, CoefficientsFollowTheirWrittenOrder)
+{
+    // Float neighbourhoods of mixed magnitude, where the order of the sums
+    // shows in the rounding (integer samples sum exactly in any order).
+    std::mt19937 rng(9);
+    std::uniform_real_distribution<float> mantissa(-1.0f, 1.0f);
+    std::uniform_int_distribution<int> exponent(-12, 12);
+    for (int trial = 0; trial < 2000; ++trial) {
+        float buffer[5 * 4];
+        float p[4][4];
+        for (int r = 0; r < 4; ++r)
+            for (int c = 0; c < 4; ++c)
+                p[r][c] = buffer[r * 5 + c] = std::ldexp(mantissa(rng), exponent(rng));
+        float a[16];
+        bicubic_cell_coefficients(buffer, 5, a);
+        for (int k = 0; k < 16; ++k) {
+            const float want = bicubic_ref::evaluate_formula(bicubic_ref::coefficient_terms()[k], p);
+            ASSERT_EQ(bicubic_ref::bits({a[k]}), bicubic_ref::bits({want})) << "a" << k / 4 << k % 4;
+        }
+    }
+}
+
 TEST(BicubicUpscale, BufferMatchesTheReference)
 {
     std::mt19937 rng(5);
