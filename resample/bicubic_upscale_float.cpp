@@ -167,8 +167,11 @@ uint32_t upscale(const Sample *const *src_planes, float *const *dst_planes, uint
         return kStatusBadArgument;
     if (dst_width < src_width || dst_height < src_height)
         return kStatusBadArgument;
+    // The padded extents W + 3 and H + 3 must stay 16-bit values.
     if (src_width > kBicubicMaxSourceExtent || src_height > kBicubicMaxSourceExtent)
         return kStatusBadArgument;
+    // The plane pointers are checked too, so that a bad set is refused before
+    // any plane is written.
     for (uint32_t p = 0; p < num_planes; ++p) {
         if (src_planes[p] == nullptr || dst_planes[p] == nullptr)
             return kStatusBadArgument;

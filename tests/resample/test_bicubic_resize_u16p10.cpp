@@ -122,6 +122,37 @@ TEST(BicubicResize, EqualExtentsWithPowerOfTwoStepsGiveTruncatedSamples)
     }
 }
 
+TEST(BicubicResize, OtherEqualExtentsStayWithinOneUnit)
+{
+    // With n - 1 not a power of two some positions land one ulp off the
+    // integer (n = 23, i = 13 maps to 12.999999) and interpolate there.
+    std::vector<float> src(23 * 2);
+    for (size_t k = 0; k < src.size(); ++k)
+        src[k] = static_cast<float>((k * 7919) % 61) * 0.75f;
+    std::vector<uint16_t> out;
+    ASSERT_EQ(resize_f(src, 2, 23, out, 2, 23), 0u);
+    for (size_t k = 0; k < src.size(); ++k)
+        EXPECT_LE(std::abs(out[k] - static_cast<int>(trunc_u16p10(src[k]))), 1) << k;
+}
+
+TEST(BicubicResize, LinearRampIsReproduced)
+{
+    // value = 0.5 x + 0.25 y + 1: the extrapolated border keeps the ramp and
+    // the cubic reproduces it, up to one unit of the truncated result.
+    std::vector<float> src(5 * 4);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 5; ++x)
+            src[y * 5 + x] = 0.5f * x + 0.25f * y + 1.0f;
+    std::vector<uint16_t> out;
+    ASSERT_EQ(resize_f(src, 4, 5, out, 7, 9), 0u);
+    for (int i = 0; i < 7; ++i) {
+        for (int j = 0; j < 9; ++j) {
+            const double v = 0.5 * (j * 4.0 / 8.0) + 0.25 * (i * 3.0 / 6.0) + 1.0;
+            EXPECT_NEAR(out[i * 9 + j], std::trunc(v * 1024.0), 1.0) << i << "," << j;
+        }
+    }
+}
+
 TEST(BicubicResize, ReductionNineToFiveSamplesEverySecondSample)
 {
     std::vector<float> src(81);
