@@ -101,6 +101,13 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "resize_2d_array_uint32",
         "resize_2d_array_uint8",
         "resize_2d_array_uint8_v1",
+        // Bicubic kernels and lens-shading tables.
+        "bicubic_resize_32f_to_u16p10",
+        "bicubic_resize_u16_to_u16",
+        "compute_upscaled_lsc_tables_bicubic",
+        "deinit_computed_upscale_lsc_tables",
+        "image_bicubic_upscale_uint16_to_float",
+        "image_bicubic_upscale_uint8_to_float",
     };
     EXPECT_EQ(exported_functions(), expected);
 }

@@ -1,0 +1,93 @@
+/*
+ * bicubic_internal.h - pieces shared by the bicubic kernels (internal).
+ *
+ * Every bicubic kernel interpolates from a padded copy of its source plane:
+ * (W + 3) x (H + 3) floats, row stride W + 3, source sample S[y][x] at
+ * B[y + 1][x + 1], one border column/row before the data and two after, each
+ * border value a linear extrapolation 2 * near - far of the data, each corner
+ * the mean of its horizontal and vertical extrapolation. With that border
+ * every 4 x 4 neighbourhood starting one sample before a source sample lies
+ * inside the buffer.
+ */
+#ifndef EJ_BICUBIC_INTERNAL_H
+#define EJ_BICUBIC_INTERNAL_H
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+/* Largest source extent: the padded extent W + 3 must stay a 16-bit value. */
+constexpr uint32_t kBicubicMaxSourceExtent = 65532;
+
+/* Floats in the padded buffer of a width x height source. */
+inline size_t bicubic_buffer_floats(uint16_t width, uint16_t height)
+{
+    return (static_cast<size_t>(width) + 3) * (static_cast<size_t>(height) + 3);
+}
+
+/*
+ * Builds the padded buffer from a u16 plane in unsigned fixed point with
+ * frac_bits fractional bits: each sample is converted to float and
+ * multiplied by 1 / 2^(frac_bits mod 32) (the low five bits of frac_bits, so
+ * a negative count wraps as it would as a shift count). buffer holds
+ * bicubic_buffer_floats(width, height) floats. A zero extent writes nothing.
+ */
+void create_buffer_for_bicubic_uint16(const uint16_t *src, float *buffer, uint16_t width,
+                                      uint16_t height, int32_t frac_bits);
+
+/* The same buffer from a u8 plane, samples converted to float unscaled. */
+void create_buffer_for_bicubic_uint8(const uint8_t *src, float *buffer, uint16_t width,
+                                     uint16_t height);
+
+/* The same buffer from a float plane, samples copied unchanged. */
+void create_buffer_for_bicubic_float(const float *src, float *buffer, uint16_t width,
+                                     uint16_t height);
+
+/*
+ * The 16 coefficients a00, a01, ..., a33 (first index the power of the
+ * vertical fraction, second that of the horizontal one) of the bicubic patch
+ * of the cell whose 4 x 4 neighbourhood starts at p, rows a buffer stride
+ * apart; p[stride + 1] is the cell's own source sample.
+ */
+void bicubic_cell_coefficients(const float *p, size_t stride, float *a);
+
+/*
+ * Catmull-Rom cubic through p0..p3 at t in [0, 1], with half_t = t * 0.5:
+ *   p1 + half_t * ((p2 - p0) + t * ((2 p0 - 5 p1 + 4 p2 - p3)
+ *                                   + t * (3 (p1 - p2) + p3 - p0)))
+ * The two inner polynomial terms are plain single-precision sums taken left to
+ * right; the nesting is evaluated from the inside out with fused
+ * multiply-adds.
+ */
+inline float bicubic_catmull_rom(float p0, float p1, float p2, float p3, float t, float half_t)
+{
+    const float quadratic = 2.0f * p0 - 5.0f * p1 + 4.0f * p2 - p3;
+    const float cubic = 3.0f * (p1 - p2) + p3 - p0;
+    const float inner = std::fma(t, cubic, quadratic);
+    const float outer = std::fma(t, inner, p2 - p0);
+    return std::fma(half_t, outer, p1);
+}
+
+/*
+ * Interpolates the 4 x 4 neighbourhood p (row-major, p[5] the sample at the
+ * cell's origin) at fractions fy, fx: a Catmull-Rom cubic along each of the
+ * four rows at fx, then one down the results at fy. Returns the value times
+ * 1024 truncated toward zero; a value outside the int32 range, or NaN, gives
+ * INT32_MIN.
+ */
+inline int32_t bicubicInterpolate_32f_to_u16p10(const float *p, float fy, float fx)
+{
+    const float half_x = fx * 0.5f;
+    const float half_y = fy * 0.5f;
+    const float q0 = bicubic_catmull_rom(p[0], p[1], p[2], p[3], fx, half_x);
+    const float q1 = bicubic_catmull_rom(p[4], p[5], p[6], p[7], fx, half_x);
+    const float q2 = bicubic_catmull_rom(p[8], p[9], p[10], p[11], fx, half_x);
+    const float q3 = bicubic_catmull_rom(p[12], p[13], p[14], p[15], fx, half_x);
+    const float scaled = bicubic_catmull_rom(q0, q1, q2, q3, fy, half_y) * 1024.0f;
+    // Both bounds are exact floats; NaN fails both comparisons.
+    if (scaled >= -2147483648.0f && scaled < 2147483648.0f)
+        return static_cast<int32_t>(scaled);
+    return INT32_MIN;
+}
+
+#endif /* EJ_BICUBIC_INTERNAL_H */
