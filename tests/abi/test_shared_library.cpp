@@ -75,6 +75,7 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "ej_cmc_parser_deinit",
         "ej_cmc_parser_init",
         "ej_cmc_parser_init_v1",
+        "ej_kelb_others_parser_init",
     };
     EXPECT_EQ(exported_functions(), expected);
 }
