@@ -68,10 +68,12 @@ bool read_curve(const uint8_t *record, uint64_t *off, rec_15_curve *curve, cmc_d
         *why = CMC_DIAG_PART_TOO_SHORT;
         return false;
     }
-    memcpy_s(curve->first, 2 * size_t(m), record + *off, 2 * size_t(m));
-    *off += 2 * m;
-    memcpy_s(curve->second, 2 * size_t(m), record + *off, 2 * size_t(m));
-    *off += 2 * m;
+    if (m != 0) {
+        memcpy_s(curve->first, 2 * size_t(m), record + *off, 2 * size_t(m));
+        *off += 2 * m;
+        memcpy_s(curve->second, 2 * size_t(m), record + *off, 2 * size_t(m));
+        *off += 2 * m;
+    }
     return true;
 }
 
