@@ -285,3 +285,32 @@ TEST(LegacyTable, AFailedAllocationLeavesTheSlotEmpty)
     ASSERT_EQ(diag.events().size(), 1u);
     EXPECT_EQ(diag.events()[0].reason, CMC_DIAG_NO_MEMORY);
 }
+
+TEST(KelbCompleted, RecordsTruncatedAtEveryLengthAreKeptWholeOrRejected)
+{
+    Rec34Element table;
+    table.entries.resize(2);
+    table.values.resize(1);
+    Rec34Element fixed;
+    fixed.kind = 1;
+    fixed.word4 = 3;
+    for (const KeptId &k : kKept) {
+        const Bytes full = k.id == 34 ? make_rec_34({table, list_element(2), fixed}) : k.record();
+        for (uint32_t len = 8; len <= full.size(); ++len) {
+            SCOPED_TRACE(::testing::Message() << "id " << k.id << " length " << len);
+            Bytes cut(full.begin(), full.begin() + len);
+            put_u32(cut, 0, len);
+            Parsed parsed = empty_parsed();
+            const uint8_t *copy = nullptr;
+            const uint32_t status = decode(parsed.get(), cut, &copy);
+            const bool references = k.id == 31 || k.id == 34;
+            if (!references || len == full.size()) {
+                EXPECT_EQ(status, 0u);
+                EXPECT_EQ(parsed.get()->*k.slot, copy);
+            } else {
+                EXPECT_NE(status, 0u);
+                EXPECT_TRUE(filled_slots(parsed.get()).empty());
+            }
+        }
+    }
+}
