@@ -2,8 +2,8 @@
 // record (value, count capped at 16, entries).
 #include <gtest/gtest.h>
 
-#include "allocation.h"
 #include "diag_recorder.h"
+#include "failure_injection.h"
 #include "kelb_builder.h"
 #include "kelb_refs_writer.h"
 #include "slots.h"
@@ -11,11 +11,6 @@
 using namespace ejtest;
 
 namespace {
-
-struct FailureInjection {
-    explicit FailureInjection(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailureInjection() { cmc_alloc_fail_at(0); }
-};
 
 // Entry i holds the u64 0x7220000 + i; count_field may announce more.
 Bytes others(uint32_t value, uint32_t entries, uint32_t count_field)

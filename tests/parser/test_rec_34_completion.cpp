@@ -3,8 +3,8 @@
 // whose every pointer points into it.
 #include <gtest/gtest.h>
 
-#include "allocation.h"
 #include "diag_recorder.h"
+#include "failure_injection.h"
 #include "kelb_builder.h"
 #include "kelb_refs_writer.h"
 #include "slots.h"
@@ -12,11 +12,6 @@
 using namespace ejtest;
 
 namespace {
-
-struct FailureInjection {
-    explicit FailureInjection(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailureInjection() { cmc_alloc_fail_at(0); }
-};
 
 // Id 19: value 0x1919 at 8, A entries (16.16 u32 pairs, 20 bytes i + 1),
 // B values (16.16 u32, word).

@@ -5,8 +5,8 @@
 
 #include <array>
 
-#include "allocation.h"
 #include "diag_recorder.h"
+#include "failure_injection.h"
 #include "ej_log.h"
 #include "kelb_builder.h"
 #include "slots.h"
@@ -14,11 +14,6 @@
 using namespace ejtest;
 
 namespace {
-
-struct FailureInjection {
-    explicit FailureInjection(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailureInjection() { cmc_alloc_fail_at(0); }
-};
 
 // Counts the lines the library logs while in scope: these decoders log none.
 struct LogCounter {

@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "allocation.h"
 #include "diag_recorder.h"
+#include "failure_injection.h"
 #include "ej_kelb_parser.h"
 #include "kelb_builder.h"
 #include "kelb_refs_writer.h"
@@ -14,11 +14,6 @@
 using namespace ejtest;
 
 namespace {
-
-struct FailureInjection {
-    explicit FailureInjection(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailureInjection() { cmc_alloc_fail_at(0); }
-};
 
 Rec31Entry entry31(uint32_t seed)
 {
