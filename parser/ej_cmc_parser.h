@@ -191,6 +191,27 @@ EJ_CMC_API cmc_parsed_data *ej_cmc_parser_init(const ej_data_block *container);
  */
 EJ_CMC_API void ej_cmc_parser_deinit(cmc_parsed_data *parsed);
 
+/**
+ * Summarize the container's first others record (id 722) into slot 63
+ * (others): its u32 value at offset 8, its entry count (u32 at 12) capped at
+ * 16, and that many 8-byte entries from offset 16. The record is read in
+ * place; the container is not validated again.
+ *
+ * @param container the descriptor given to ej_cmc_parser_init_v1 (read only,
+ *        not kept). The search covers the header's size field, but never
+ *        more than container->size bytes, and stops at a record whose size
+ *        is below 8 or that runs past that end.
+ * @param parsed the result of that call. A block already in slot 63 (from
+ *        an earlier call) is released first, so slot 63 always summarizes
+ *        the container of the latest call.
+ * Slot 63 stays empty when the container holds no complete id-722 record
+ * (one at least 16 + 8 * count bytes long, count capped at 16) or the
+ * summary cannot be allocated. Null arguments, or a container with null
+ * data, do nothing. The block is released by ej_cmc_parser_deinit.
+ */
+EJ_CMC_API void ej_kelb_others_parser_init(const ej_data_block *container,
+                                           cmc_parsed_data *parsed);
+
 /* Layout pins on LP64: slot N sits at byte 8*N. */
 #if defined(__LP64__)
 #if defined(__cplusplus)

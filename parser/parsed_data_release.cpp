@@ -4,6 +4,7 @@
 // container descriptor) is not touched.
 #include <cstdlib>
 
+#include "decoders.h"
 #include "ej_cmc_parser.h"
 
 namespace {
@@ -33,10 +34,9 @@ void ej_cmc_parser_deinit(cmc_parsed_data *p)
     release(p->rec_13);
     release(p->rec_13_values);
     release(p->rec_14);
-    // Slot 23: the curve set's arrays, the curve array and the set are
-    // released by their decoder's routine once records with curves are
-    // decoded; no decoder fills the slot yet.
-    release(p->rec_15_curves);
+    // Slot 23: each curve's second and first array, the curve array, the set.
+    rec_15_curve_set_free(p->rec_15_curves);
+    p->rec_15_curves = nullptr;
     release(p->rec_15);
     release(p->rec_16);
     release(p->rec_17);

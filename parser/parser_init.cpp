@@ -6,6 +6,7 @@
 #include "container_check.h"
 #include "ej_cmc_parser.h"
 #include "ej_nvm.h"
+#include "rec_34_completion.h"
 #include "record_walk.h"
 
 cmc_parsed_data *ej_cmc_parser_init_v1(const ej_data_block *container, const ej_data_block *nvm)
@@ -35,8 +36,9 @@ cmc_parsed_data *ej_cmc_parser_init_v1(const ej_data_block *container, const ej_
         // runs here, before the handle is released.
         ej_nvm_deinit(nvm_data);
     }
-    // Completion of slot 57 from the id-19 and id-20 records, when the
-    // container carried no id-34 record, runs here as the last step.
+    // Last: a container without an id-34 record gets one built from its
+    // id-19 and id-20 records.
+    complete_rec_34(parsed);
     return parsed;
 }
 

@@ -27,6 +27,14 @@ uint32_t cmc_parse(void *record, cmc_parsed_data *parsed, const struct ej_nvm_da
     case 18: return decode_rec_18(rec, parsed);
     case 19: return decode_rec_19(rec, parsed);
     case 20: return decode_rec_20(rec, parsed);
+    case 3: return decode_legacy_table(rec, parsed);
+    case 9:
+    case 31:
+    case 32:
+    case 34: return decode_kelb_completed(rec, parsed);
+    case 13: return decode_rec_13(rec, parsed);
+    case 14: return decode_rec_14(rec, parsed);
+    case 15: return decode_rec_15(rec, parsed);
     default:
         // Ids 0, 4, 12 and 39 and above have no decoder; the others listed
         // in the record header's documentation get theirs as they are added.

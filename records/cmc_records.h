@@ -74,6 +74,105 @@ struct cmc_rec_2 {
     uint16_t v103_value;      /**< offset 34: version 103 and later */
 };
 
+/* --- Tables completed by the container parser (slots 54, 57), the id-15
+ * curves (slot 23) and the others summary (slot 63). --- */
+
+/**
+ * One 72-byte entry of the id-31 form: 18 four-byte fields. An entry
+ * converted from an id-3 record fills fields 0, 1, 2, 3, 6 and 7 and leaves
+ * the others zero.
+ */
+typedef struct cmc_rec_31_entry {
+    uint32_t field0;        /**< offset 0 (from id 3: s0) */
+    float field1;           /**< offset 4 (from id 3: s1 / 65536) */
+    float field2;           /**< offset 8 (from id 3: s2 / 256) */
+    float field3;           /**< offset 12 (from id 3: s3 / 256) */
+    uint32_t field4;        /**< offset 16 (zero from id 3) */
+    uint32_t field5;        /**< offset 20 (zero from id 3) */
+    float field6;           /**< offset 24 (from id 3: s4 / 256) */
+    float field7;           /**< offset 28 (from id 3: s5 / 256) */
+    uint32_t field8_17[10]; /**< offsets 32 to 71 (zero from id 3) */
+} cmc_rec_31_entry;
+
+/**
+ * The id-31 form held by slot 54 (rec_31), one block: a completed id-31
+ * record or one converted from an id-3 record (then version 100, entries at
+ * offset 24).
+ */
+typedef struct cmc_rec_31 {
+    kelb_record_header header; /**< size of the block, version, id 31 */
+    uint32_t count;            /**< entry count */
+    uint32_t reserved;         /**< offset 12, not interpreted */
+    cmc_rec_31_entry *entries; /**< count entries, inside the block */
+} cmc_rec_31;
+
+/** A 32-byte entry of an id-34 kind-0 element. */
+typedef struct cmc_rec_34_entry {
+    float a;           /**< unsigned 16.16 in the id-19 source */
+    float b;           /**< unsigned 16.16 in the id-19 source */
+    uint8_t rest[20];  /**< copied unchanged */
+    uint32_t reserved; /**< zero in a built record */
+} cmc_rec_34_entry;
+
+/** An 8-byte value of an id-34 element. */
+typedef struct cmc_rec_34_value {
+    float value;   /**< unsigned 16.16 in the id-19 and id-20 sources */
+    uint32_t word; /**< copied unchanged */
+} cmc_rec_34_value;
+
+/** Element kinds and kind-1 sub-types of the id-34 form. */
+enum {
+    CMC_REC_34_KIND_TABLE = 0,
+    CMC_REC_34_KIND_CURVE = 1,
+    CMC_REC_34_CURVE_LIST = 2,
+    CMC_REC_34_CURVE_FIXED = 3
+};
+
+/** A 40-byte element of the id-34 form. */
+typedef struct cmc_rec_34_element {
+    uint32_t kind;             /**< CMC_REC_34_KIND_TABLE or CMC_REC_34_KIND_CURVE */
+    uint32_t word4;            /**< kind 0: a value; kind 1: sub-type (list or fixed) */
+    uint32_t count_a;          /**< kind 0: entry count */
+    uint32_t count_b;          /**< kind 0: value count; kind 1: list length (0 when fixed) */
+    cmc_rec_34_entry *entries; /**< kind 0: count_a entries, or null */
+    cmc_rec_34_value *values;  /**< kind 0: count_b values; list: count_b values; or null */
+    uint16_t *fixed;           /**< fixed: four u16; otherwise null */
+} cmc_rec_34_element;
+
+/**
+ * The id-34 form held by slot 57 (rec_34), one block: a completed id-34
+ * record (count capped at 4) or one built after the walk from the id-19 and
+ * id-20 records (version 100, elements at offset 32, arrays behind them).
+ */
+typedef struct cmc_rec_34 {
+    kelb_record_header header;     /**< size of the block, version, id 34 */
+    uint32_t count;                /**< element count, at most 4 */
+    uint32_t reserved;             /**< offset 12, not interpreted */
+    cmc_rec_34_element *elements;  /**< count elements, inside the block */
+} cmc_rec_34;
+
+/** One variable-length curve of an id-15 record. */
+typedef struct rec_15_curve {
+    uint8_t head[8];  /**< the curve's first 8 bytes, unchanged */
+    uint16_t value;   /**< the u16 at +8 */
+    uint16_t count;   /**< sample count m (the u16 at +10) */
+    uint16_t *first;  /**< owned array of m u16, null when m is 0 */
+    uint16_t *second; /**< owned array of m u16, null when m is 0 */
+} rec_15_curve;
+
+/** The curves of an id-15 record (slot 23). */
+struct rec_15_curve_set {
+    uint16_t count;       /**< curve count k */
+    rec_15_curve *curves; /**< owned array of k curves, null when k is 0 */
+};
+
+/** Summary of the container's first id-722 record (slot 63). */
+struct others_data {
+    uint32_t value;          /**< the record's u32 at offset 8 */
+    uint32_t count;          /**< the record's entry count, capped at 16 */
+    uint8_t entries[16][8];  /**< the first count entries, unchanged; the rest zero */
+};
+
 #if defined(__LP64__)
 EJ_CMC_STATIC_ASSERT(sizeof(rec_1_pair) == 16, rec_1_pair_size);
 EJ_CMC_STATIC_ASSERT(sizeof(cmc_rec_2) == 36, rec_2_size);
@@ -82,6 +181,23 @@ EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_2, cfa_pattern) == 14, rec_2_cfa_pattern);
 EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_2, v101_value) == 16, rec_2_v101_value);
 EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_2, v102_fields) == 18, rec_2_v102_fields);
 EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_2, v103_value) == 34, rec_2_v103_value);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_rec_31_entry) == 72, rec_31_entry_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_31_entry, field6) == 24, rec_31_entry_field6);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_rec_31) == 24, rec_31_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_31, entries) == 16, rec_31_entries);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_rec_34_entry) == 32, rec_34_entry_size);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_rec_34_value) == 8, rec_34_value_size);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_rec_34_element) == 40, rec_34_element_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_34_element, entries) == 16, rec_34_element_entries);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_34_element, values) == 24, rec_34_element_values);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_34_element, fixed) == 32, rec_34_element_fixed);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_rec_34) == 24, rec_34_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_rec_34, elements) == 16, rec_34_elements);
+EJ_CMC_STATIC_ASSERT(sizeof(rec_15_curve) == 32, rec_15_curve_size);
+EJ_CMC_STATIC_ASSERT(offsetof(rec_15_curve, first) == 16, rec_15_curve_first);
+EJ_CMC_STATIC_ASSERT(sizeof(rec_15_curve_set) == 16, rec_15_curve_set_size);
+EJ_CMC_STATIC_ASSERT(sizeof(others_data) == 136, others_data_size);
+EJ_CMC_STATIC_ASSERT(offsetof(others_data, entries) == 8, others_data_entries);
 #endif
 
 EJ_CMC_EXTERN_C_END

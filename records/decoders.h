@@ -26,4 +26,18 @@ uint32_t decode_rec_18(uint8_t *record, cmc_parsed_data *parsed);
 uint32_t decode_rec_19(uint8_t *record, cmc_parsed_data *parsed);
 uint32_t decode_rec_20(uint8_t *record, cmc_parsed_data *parsed);
 
+/* Records completed in place by the container-parser library (9, 31, 32,
+ * 34), and the legacy id-3 table converted to the id-31 form. */
+uint32_t decode_kelb_completed(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_legacy_table(uint8_t *record, cmc_parsed_data *parsed);
+
+/* Tables with derived arrays: id 13 (value copy and parameters), id 14
+ * (table view), id 15 (table views and curve set). */
+uint32_t decode_rec_13(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_rec_14(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_rec_15(uint8_t *record, cmc_parsed_data *parsed);
+/* Releases each curve's second and first array, the curve array, then the
+ * set; accepts null and a partly built set. */
+void rec_15_curve_set_free(rec_15_curve_set *set);
+
 #endif /* CMC_DECODERS_H */

@@ -86,6 +86,7 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "ej_cmc_parser_deinit",
         "ej_cmc_parser_init",
         "ej_cmc_parser_init_v1",
+        "ej_kelb_others_parser_init",
         // Nearest-neighbour, bilinear and area-averaging kernels.
         "crop_resize_2d_array_uint16",
         "image_downscale_32f_to_u16p10",
@@ -157,4 +158,37 @@ TEST(SharedLibrary, NvmHandleIsReleasedExactlyOnceWhenOneWasMade)
         EXPECT_EQ(g_nvm_parse_calls, c.parses);
         EXPECT_EQ(g_nvm_deinit_calls, c.deinits);
     }
+}
+
+// The container-parser library's function, interposed the same way: it
+// answers a forced code when a test sets one, and passes on otherwise.
+namespace {
+int g_kelb_forced_code = 0;
+}
+
+extern "C" __attribute__((visibility("default"))) int ej_kelb_parse_record(void *record)
+{
+    if (g_kelb_forced_code != 0)
+        return g_kelb_forced_code;
+    using fn = int (*)(void *);
+    static fn next = reinterpret_cast<fn>(dlsym(RTLD_NEXT, "ej_kelb_parse_record"));
+    return next(record);
+}
+
+TEST(SharedLibrary, AContainerParserCodeComesBackFromCmcParse)
+{
+    Parsed parsed = empty_parsed();
+    const Bytes rec9 = make_record(9, 100, Bytes(16, 9));
+    const uint8_t *kept = nullptr;
+    ASSERT_EQ(decode(parsed.get(), rec9, &kept), 0u);
+    ASSERT_EQ(parsed->rec_9, kept);
+    g_kelb_forced_code = 5;
+    EXPECT_EQ(decode(parsed.get(), rec9), 5u); // the copy is released by decode
+    EXPECT_EQ(parsed->rec_9, kept);
+    // Through the walk: the record is dropped and the walk goes on.
+    auto run = parse(make_container({rec9, make_record(5, 100, Bytes(8, 5))}));
+    g_kelb_forced_code = 0;
+    ASSERT_NE(run->parsed, nullptr);
+    EXPECT_EQ(run->parsed->rec_9, nullptr);
+    EXPECT_NE(run->parsed->rec_5, nullptr);
 }
