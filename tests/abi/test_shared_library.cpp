@@ -75,6 +75,13 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "ej_cmc_parser_deinit",
         "ej_cmc_parser_init",
         "ej_cmc_parser_init_v1",
+        // release routines of the decoded records
+        "cmc_cbd_deinit",
+        "cmc_geometric_distortion2_wfov_free",
+        "cmc_lens_shading4x4_deinit",
+        "cmc_lens_shading_ratio_deinit",
+        "cmc_pipe_compand_decompand_deinit",
+        "cmc_sensor_decompand_deinit",
     };
     EXPECT_EQ(exported_functions(), expected);
 }
