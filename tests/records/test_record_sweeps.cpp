@@ -17,11 +17,6 @@ using namespace ejtest;
 
 namespace {
 
-struct FailAt {
-    explicit FailAt(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailAt() { cmc_alloc_fail_at(0); }
-};
-
 std::vector<int> slots_at(const SampleRecord &s, uint32_t len)
 {
     std::vector<int> filled;
@@ -81,7 +76,7 @@ TEST_P(StructuredRecord, EveryAllocationFailureEndsCleanly)
     uint64_t allocations;
     {
         Parsed parsed = empty_parsed();
-        FailAt none(0);
+        FailAllocationAt none(0);
         ASSERT_EQ(decode(parsed.get(), record), 0u);
         allocations = cmc_alloc_count();
     }
@@ -93,7 +88,7 @@ TEST_P(StructuredRecord, EveryAllocationFailureEndsCleanly)
         DiagRecorder diag;
         uint32_t status;
         {
-            FailAt fail(k);
+            FailAllocationAt fail(k);
             status = decode(parsed.get(), record);
         }
         if (s.id == 24) {
