@@ -48,6 +48,9 @@ enum {
  * A record too short for what it announces is dropped (its slots emptied,
  * the copy released) with status 0. When a record arrives for slots that are
  * already filled, the earlier contents are released and replaced.
+ * Exceptions: an id-10 or id-11 record never replaces a filled lens-shading
+ * structure (slot 53, slot 56), and id 24 reports a record too short (8) or
+ * an allocation failure (4) through the status, with slot 44 left empty.
  */
 EJ_CMC_API uint32_t cmc_parse(void *record, cmc_parsed_data *parsed,
                               const struct ej_nvm_data *nvm);

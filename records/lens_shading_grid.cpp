@@ -68,6 +68,8 @@ uint32_t decode_lens_shading_grids(uint8_t *record, cmc_parsed_data *parsed)
     cmc_lens_shading4x4_deinit(parsed->lens_shading4x4);
     parsed->lens_shading4x4 = nullptr;
 
+    // The size test comes before any allocation: counts that announce more
+    // than the record holds never reach the allocator.
     if (!holds(record, kPatternCountsEnd) || !fits_rounded(record, pattern_end(record)))
         return drop_record(record, CMC_DIAG_TOO_SHORT);
     cmc_diag_reason reason{};
@@ -81,6 +83,8 @@ uint32_t decode_lens_shading_grids(uint8_t *record, cmc_parsed_data *parsed)
 
 uint32_t decode_lens_shading_grids_2x2(uint8_t *record, cmc_parsed_data *parsed)
 {
+    // The raw group goes first, even when this record then fails: an earlier
+    // id-10 copy is released rather than lost with its views.
     note_replacement(parsed->lens_shading_record, record);
     empty_raw_views(parsed);
 
