@@ -74,6 +74,7 @@ const char *cmc_diag_reason_text(cmc_diag_reason reason)
     case CMC_DIAG_SUPERSEDED: return "an earlier record takes precedence; ignored";
     case CMC_DIAG_REPLACED_EARLIER: return "replaced an earlier record of the same id";
     case CMC_DIAG_BAD_FIELD: return "a field holds a value its layout forbids; dropped";
+    case CMC_DIAG_BAD_COUNT: return "a count is zero where one is needed, negative, or more than the structure holds";
     }
     return "unknown reason";
 }

@@ -35,6 +35,7 @@ enum cmc_diag_reason : uint32_t {
     CMC_DIAG_SUPERSEDED,               // an earlier record of a shared slot takes precedence
     CMC_DIAG_REPLACED_EARLIER,         // this record replaced an earlier one of the same slots
     CMC_DIAG_BAD_FIELD,                // a field holds a value its layout forbids: dropped
+    CMC_DIAG_BAD_COUNT,                // a count is zero where one is needed, negative, or more than the structure holds
 };
 
 /* Offset value of an event for a record that did not come from the walk. */

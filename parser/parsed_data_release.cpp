@@ -5,7 +5,9 @@
 #include <cstdlib>
 
 #include "decoders.h"
+#include "cmc_records.h"
 #include "ej_cmc_parser.h"
+#include "record_release.h"
 
 namespace {
 
@@ -44,29 +46,38 @@ void ej_cmc_parser_deinit(cmc_parsed_data *p)
     release(p->rec_19);
     release(p->rec_20);
 
-    // Decoded structures whose owned arrays go with them; their decoders
-    // bring their release routines. No decoder fills these slots yet, so the
-    // structure is all there is to release.
-    release(p->geometric_distortion2_wfov);
+    // Decoded structures go with their owned arrays, through their decoders'
+    // release routines; views into kept copies are only cleared.
+    release_geometric_distortion2_wfov(p->geometric_distortion2_wfov);
+    p->geometric_distortion2_wfov = nullptr;
     release(p->rec_23);
-    release(p->value_table);
+    release_value_table(p->value_table);
+    p->value_table = nullptr;
     release(p->rec_21);
     release(p->block_entries); // the entries before the record they index
     release(p->block_record);
+    p->block_values = nullptr;
     release(p->dual_block);
-    release(p->plane_grid_set);
+    release_plane_grid_set(p->plane_grid_set);
+    p->plane_grid_set = nullptr;
     release(p->nvm_map_table);
-    release(p->four_plane_grid);
-    release(p->lens_shading4x4);
+    release_four_plane_grid(p->four_plane_grid);
+    p->four_plane_grid = nullptr;
+    cmc_lens_shading4x4_deinit(p->lens_shading4x4);
+    p->lens_shading4x4 = nullptr;
     release(p->rec_31);
     release(p->rec_32);
     release(p->rec_34);
-    release(p->lens_shading_ratio);
-    release(p->sensor_decompand);
-    release(p->pipe_compand);
-    release(p->pipe_decompand);
+    cmc_lens_shading_ratio_deinit(p->lens_shading_ratio);
+    p->lens_shading_ratio = nullptr;
+    cmc_sensor_decompand_deinit(p->sensor_decompand);
+    p->sensor_decompand = nullptr;
+    cmc_pipe_compand_decompand_deinit(p->pipe_compand, p->pipe_decompand); // compand first
+    p->pipe_compand = nullptr;
+    p->pipe_decompand = nullptr;
     release(p->rec_37);
-    release(p->cbd);
+    cmc_cbd_deinit(p->cbd);
+    p->cbd = nullptr;
     release(p->others);
 
     std::free(p);

@@ -35,6 +35,19 @@ uint32_t cmc_parse(void *record, cmc_parsed_data *parsed, const struct ej_nvm_da
     case 13: return decode_rec_13(rec, parsed);
     case 14: return decode_rec_14(rec, parsed);
     case 15: return decode_rec_15(rec, parsed);
+    case 10: return decode_lens_shading_grids_2x2(rec, parsed);
+    case 28: return decode_lens_shading_grids(rec, parsed);
+    case 11: return decode_lens_shading_ratio_2x2(rec, parsed);
+    case 33: return decode_lens_shading_ratio(rec, parsed);
+    case 22: return decode_geometric_distortion_wfov(rec, parsed);
+    case 24: return decode_value_table(rec, parsed);
+    case 25: return decode_block_record(rec, parsed);
+    case 26: return decode_dual_block(rec, parsed);
+    case 27: return decode_plane_grid_set(rec, parsed);
+    case 29: return decode_four_plane_grid(rec, parsed);
+    case 35: return decode_pipe_compand(rec, parsed);
+    case 36: return decode_sensor_decompand(rec, parsed);
+    case 38: return decode_cbd(rec, parsed);
     default:
         // Ids 0, 4, 12 and 39 and above have no decoder; the others listed
         // in the record header's documentation get theirs as they are added.

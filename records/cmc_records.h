@@ -49,6 +49,9 @@ enum {
  * A record too short for what it announces is dropped (its slots emptied,
  * the copy released) with status 0. When a record arrives for slots that are
  * already filled, the earlier contents are released and replaced.
+ * Exceptions: an id-10 or id-11 record never replaces a filled lens-shading
+ * structure (slot 53, slot 56), and id 24 reports a record too short (8) or
+ * an allocation failure (4) through the status, with slot 44 left empty.
  */
 EJ_CMC_API uint32_t cmc_parse(void *record, cmc_parsed_data *parsed,
                               const struct ej_nvm_data *nvm);
@@ -198,6 +201,284 @@ EJ_CMC_STATIC_ASSERT(offsetof(rec_15_curve, first) == 16, rec_15_curve_first);
 EJ_CMC_STATIC_ASSERT(sizeof(rec_15_curve_set) == 16, rec_15_curve_set_size);
 EJ_CMC_STATIC_ASSERT(sizeof(others_data) == 136, others_data_size);
 EJ_CMC_STATIC_ASSERT(offsetof(others_data, entries) == 8, others_data_entries);
+#endif
+
+/* ------------------------------------------------------------------------
+ * Lens-shading grids (slot 53, from ids 28 and 10) and lens-shading ratio
+ * grids (slot 56, from ids 33 and 11).
+ *
+ * A set holds up to 16 grids, one per position of a 4 x 4 colour-filter
+ * pattern (index = row * 4 + column). grid_map[i] names the grid of a set
+ * that covers position i, or is negative when the position has none; every
+ * position with a grid owns a private copy of grid_width * grid_height u16
+ * samples, even when several positions name the same grid.
+ * ------------------------------------------------------------------------ */
+
+typedef struct cmc_lens_shading4x4_set {
+    uint32_t set_id;
+    float set_params[4];
+    uint16_t grid_bits;       /**< 16 minus the stored value (12 for id 10) */
+    uint16_t *grids[16];      /**< owned, indexed like grid_map; null where it is negative */
+} cmc_lens_shading4x4_set;
+
+struct cmc_lens_shading4x4 {
+    kelb_record_header header; /**< id 28: as stored; id 10: made up (see the decoder) */
+    int8_t grid_map[16];
+    uint16_t num_sets;
+    uint16_t grid_width;
+    uint16_t grid_height;
+    cmc_lens_shading4x4_set *sets; /**< owned, num_sets elements */
+};
+
+typedef struct cmc_lens_shading_ratio_set {
+    uint32_t set_id;
+    float set_params[4];
+    uint16_t grid_bits;
+    uint16_t *grids[16];      /**< owned, indexed like grid_map */
+    uint16_t nvm_table_index; /**< 1-based number of the NVM table this set multiplies */
+} cmc_lens_shading_ratio_set;
+
+struct cmc_lens_shading_ratio {
+    kelb_record_header header; /**< the record's own header (id 33 or 11) */
+    int8_t grid_map[16];
+    uint16_t num_sets;
+    uint16_t grid_width;
+    uint16_t grid_height;
+    cmc_lens_shading_ratio_set *sets; /**< owned, num_sets elements */
+};
+
+/**
+ * Release a lens-shading grid structure: for each of its num_sets sets the
+ * 16 grids (each pointer cleared), then the set array, then the structure.
+ * Accepts null (does nothing) and a partly built structure whose set array
+ * is still zero-filled or null.
+ */
+EJ_CMC_API void cmc_lens_shading4x4_deinit(cmc_lens_shading4x4 *ls);
+
+/** As cmc_lens_shading4x4_deinit(), for the ratio structure. */
+EJ_CMC_API void cmc_lens_shading_ratio_deinit(cmc_lens_shading_ratio *ratio);
+
+/* ------------------------------------------------------------------------
+ * Wide field-of-view geometric distortion (slot 42, id 22).
+ * ------------------------------------------------------------------------ */
+
+/** A lookup unit: a 1024-byte table and four 32-bit values (1040 bytes). */
+typedef struct cmc_gd2_wfov_unit {
+    uint8_t unit_table[1024];
+    uint32_t unit_values[4];
+} cmc_gd2_wfov_unit;
+
+/**
+ * One two-plane map of W = map_width * map_height 32-bit values per plane.
+ * The planes of all maps share one block owned through plane_a of map 0;
+ * every other plane pointer is a view into it.
+ */
+typedef struct cmc_gd2_wfov_map {
+    uint16_t map_id;
+    uint32_t *plane_a;
+    uint32_t *plane_b;
+} cmc_gd2_wfov_map;
+
+typedef struct cmc_gd2_wfov_element {
+    float elem_a;
+    float elem_b;
+    uint32_t elem_c;
+    uint32_t num_values;
+    uint32_t *values; /**< owned, num_values values */
+} cmc_gd2_wfov_element;
+
+struct cmc_geometric_distortion2_wfov {
+    uint8_t word_a[4];   /**< record bytes 8..21, in this order, */
+    int16_t map_width;   /**< ... */
+    int16_t map_height;  /**< ... */
+    uint8_t word_b[4];   /**< ... */
+    uint16_t num_maps;   /**< ... */
+    uint32_t ext_value;  /**< version 101 on; else 0 */
+    int32_t num_units;   /**< version 101 on; else 0 */
+    cmc_gd2_wfov_unit unit; /**< the inline unit (version 101 on; else zero) */
+    cmc_gd2_wfov_map *maps; /**< owned, num_maps maps; null when num_maps is 0 */
+    uint8_t *units;         /**< owned copy of num_units * 1040 bytes, or null */
+    float ext2_value;       /**< version 102 on */
+    int32_t num_elements;   /**< version 102 on */
+    cmc_gd2_wfov_element *elements; /**< owned, num_elements elements, or null */
+    uint8_t *element_tail;          /**< owned copy of num_elements * 24 bytes, or null */
+};
+
+/**
+ * Release only the version-102 part of a distortion structure: the values of
+ * each of its num_elements elements (none when num_elements is 0 or less),
+ * the element array and element_tail (each pointer cleared), and set
+ * ext2_value to 0. The maps, the units and the structure itself stay; they
+ * are released by ej_cmc_parser_deinit(). Accepts null (does nothing).
+ */
+EJ_CMC_API void cmc_geometric_distortion2_wfov_free(cmc_geometric_distortion2_wfov *gd);
+
+/* ------------------------------------------------------------------------
+ * Companding curves (slots 58 and 59 from id 35, slot 60 from id 36).
+ * "Wide" values are 32-bit, "narrow" values 16-bit. A curve of N segments
+ * has N + 1 points.
+ * ------------------------------------------------------------------------ */
+
+/** Wide to narrow. */
+struct cmc_pipe_compand {
+    kelb_record_header header;
+    uint8_t ctrl_byte;
+    uint32_t ctrl_word;
+    uint8_t num_segments; /**< N */
+    uint32_t *x_points;   /**< owned, N + 1 wide points */
+    uint16_t *y_points;   /**< owned, N + 1 narrow points */
+    uint16_t *slopes;     /**< owned, N narrow slopes */
+};
+
+/** Narrow to wide; its point arrays are separate copies of the compand's. */
+struct cmc_pipe_decompand {
+    kelb_record_header header;
+    uint8_t ctrl_byte;
+    uint32_t ctrl_word;
+    uint8_t num_segments; /**< N */
+    uint16_t *x_points;   /**< owned, N + 1 narrow points */
+    uint32_t *y_points;   /**< owned, N + 1 wide points */
+    uint32_t *slopes;     /**< owned, N wide slopes */
+};
+
+/**
+ * The sensor's decompanding points. ctrl_word holds the record's four bytes
+ * as stored: whether they form one value or two is the consumer's to decide.
+ */
+struct cmc_sensor_decompand {
+    kelb_record_header header;
+    uint8_t ctrl_byte;
+    uint8_t ctrl_word[4];
+    uint8_t num_points; /**< N */
+    uint16_t *x_points; /**< owned, N narrow points */
+    uint32_t *y_points; /**< owned, N wide points */
+};
+
+/**
+ * Release a compand/decompand pair: for each argument that is not null, its
+ * x_points, y_points and slopes, then the structure; the compand first.
+ * Either argument may be null; partly built structures are accepted.
+ */
+EJ_CMC_API void cmc_pipe_compand_decompand_deinit(cmc_pipe_compand *compand,
+                                                  cmc_pipe_decompand *decompand);
+
+/** Release x_points, y_points, then the structure. Accepts null. */
+EJ_CMC_API void cmc_sensor_decompand_deinit(cmc_sensor_decompand *sd);
+
+/* ------------------------------------------------------------------------
+ * Cbd record (slot 62, id 38): two parallel arrays of 32-bit values, copied
+ * as stored (integer or float is the consumer's to decide).
+ * ------------------------------------------------------------------------ */
+
+struct cmc_cbd {
+    kelb_record_header header;
+    uint8_t cbd_byte;
+    uint8_t num_entries;     /**< N */
+    uint32_t *first_values;  /**< owned, N values */
+    uint32_t *second_values; /**< owned, N values */
+};
+
+/** Release first_values, second_values, then the structure. Accepts null. */
+EJ_CMC_API void cmc_cbd_deinit(cmc_cbd *cbd);
+
+/* ------------------------------------------------------------------------
+ * Generic tables (slots 44, 46 to 50 and 52; ids 24, 25, 26, 27 and 29).
+ * The library does not interpret their values. They have no release routine
+ * of their own: ej_cmc_parser_deinit() releases them.
+ * ------------------------------------------------------------------------ */
+
+/** One id-24 entry: its 16-byte head (count c at offset 2) and c values. */
+typedef struct cmc_value_table_entry {
+    uint8_t entry_head[16];
+    uint32_t *values; /**< owned, c values; null when they were not copied */
+} cmc_value_table_entry;
+
+/** Id 24 (slot 44). head holds the record's first 16 bytes: n is its u16 at 14. */
+struct cmc_value_table {
+    uint8_t head[16];
+    cmc_value_table_entry *entries; /**< owned, n entries; null when n is 0 */
+};
+
+/** One id-25 entry (slot 48); the views point into block_record (slot 46). */
+struct cmc_block_entry {
+    const uint8_t *entry_start; /**< view: the entry's first byte */
+    uint8_t block[36];          /**< copy of the entry's 36-byte block */
+    const uint8_t *tail_blocks; /**< view: the first of the entry's 36-byte tail blocks */
+};
+
+typedef struct cmc_factor_block {
+    uint8_t block_word[8];
+    float factors[4];
+} cmc_factor_block;
+
+/** Id 26 (slot 49), laid out like the record's first 64 bytes. */
+struct cmc_dual_block {
+    kelb_record_header header;
+    uint8_t base_word[8];
+    cmc_factor_block blocks[2];
+};
+
+/** One id-27 element. */
+typedef struct cmc_plane_grid_element {
+    uint8_t *element_head; /**< owned 20-byte copy, or null */
+    uint16_t *planes;      /**< owned, 3 planes of a * b samples, or null */
+} cmc_plane_grid_element;
+
+/** Id 27 (slot 50). n is the u16 at offset 24 of the record. */
+struct cmc_plane_grid_set {
+    uint8_t *record;                  /**< owned: the kept record copy */
+    cmc_plane_grid_element *elements; /**< owned, n elements; null when n is 0 */
+    const uint8_t *trailer;           /**< view of the n * 16-byte trailer (version 101 on), or null */
+};
+
+/** Id 29 (slot 52). */
+struct cmc_four_plane_grid {
+    uint8_t head[20];     /**< the record's first 20 bytes (a at 12, b at 14) */
+    uint32_t *planes[4];  /**< a * b values each, in one block owned through planes[0] */
+};
+
+#if defined(__LP64__)
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_lens_shading4x4_set) == 152, ls_set_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading4x4_set, grid_bits) == 20, ls_set_grid_bits);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading4x4_set, grids) == 24, ls_set_grids);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_lens_shading4x4) == 40, ls_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading4x4, grid_map) == 8, ls_grid_map);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading4x4, num_sets) == 24, ls_num_sets);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading4x4, grid_height) == 28, ls_grid_height);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading4x4, sets) == 32, ls_sets);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_lens_shading_ratio_set) == 160, ratio_set_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading_ratio_set, grids) == 24, ratio_set_grids);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading_ratio_set, nvm_table_index) == 152, ratio_set_index);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_lens_shading_ratio) == 40, ratio_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading_ratio, sets) == 32, ratio_sets);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_gd2_wfov_unit) == 1040, gd_unit_size);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_gd2_wfov_map) == 24, gd_map_size);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_gd2_wfov_element) == 24, gd_element_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_geometric_distortion2_wfov, num_maps) == 12, gd_num_maps);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_geometric_distortion2_wfov, ext_value) == 16, gd_ext_value);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_geometric_distortion2_wfov, unit) == 24, gd_unit);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_geometric_distortion2_wfov, maps) == 1064, gd_maps);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_geometric_distortion2_wfov, ext2_value) == 1080, gd_ext2);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_geometric_distortion2_wfov, elements) == 1088, gd_elements);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_geometric_distortion2_wfov) == 1104, gd_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_pipe_compand, ctrl_word) == 12, compand_ctrl_word);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_pipe_compand, x_points) == 24, compand_x_points);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_pipe_compand) == 48, compand_size);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_pipe_decompand) == 48, decompand_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_sensor_decompand, num_points) == 13, sensor_num_points);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_sensor_decompand) == 32, sensor_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_cbd, first_values) == 16, cbd_first_values);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_cbd) == 32, cbd_size);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_value_table_entry) == 24, value_entry_size);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_value_table) == 24, value_table_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_block_entry, tail_blocks) == 48, block_entry_tail);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_block_entry) == 56, block_entry_size);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_dual_block) == 64, dual_block_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_dual_block, blocks) == 16, dual_block_blocks);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_plane_grid_element) == 16, plane_element_size);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_plane_grid_set) == 24, plane_grid_set_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_four_plane_grid, planes) == 24, four_plane_planes);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_four_plane_grid) == 56, four_plane_size);
 #endif
 
 EJ_CMC_EXTERN_C_END

@@ -39,5 +39,24 @@ uint32_t decode_rec_15(uint8_t *record, cmc_parsed_data *parsed);
 /* Releases each curve's second and first array, the curve array, then the
  * set; accepts null and a partly built set. */
 void rec_15_curve_set_free(rec_15_curve_set *set);
+/* Lens-shading grids: id 28 (pattern form) and id 10 (2 x 2 form). */
+uint32_t decode_lens_shading_grids(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_lens_shading_grids_2x2(uint8_t *record, cmc_parsed_data *parsed);
+/* Lens-shading ratio grids: id 33 (pattern form) and id 11 (2 x 2 form). */
+uint32_t decode_lens_shading_ratio(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_lens_shading_ratio_2x2(uint8_t *record, cmc_parsed_data *parsed);
+/* Wide field-of-view geometric distortion (id 22). */
+uint32_t decode_geometric_distortion_wfov(uint8_t *record, cmc_parsed_data *parsed);
+/* Companding curves: id 35 (pipe compand and decompand), id 36 (sensor). */
+uint32_t decode_pipe_compand(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_sensor_decompand(uint8_t *record, cmc_parsed_data *parsed);
+/* Cbd record (id 38). */
+uint32_t decode_cbd(uint8_t *record, cmc_parsed_data *parsed);
+/* Generic tables: ids 24, 25, 26, 27 and 29. Id 24 returns 8 or 4 on failure. */
+uint32_t decode_value_table(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_block_record(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_dual_block(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_plane_grid_set(uint8_t *record, cmc_parsed_data *parsed);
+uint32_t decode_four_plane_grid(uint8_t *record, cmc_parsed_data *parsed);
 
 #endif /* CMC_DECODERS_H */

@@ -109,6 +109,13 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "deinit_computed_upscale_lsc_tables",
         "image_bicubic_upscale_uint16_to_float",
         "image_bicubic_upscale_uint8_to_float",
+        // release routines of the decoded records
+        "cmc_cbd_deinit",
+        "cmc_geometric_distortion2_wfov_free",
+        "cmc_lens_shading4x4_deinit",
+        "cmc_lens_shading_ratio_deinit",
+        "cmc_pipe_compand_decompand_deinit",
+        "cmc_sensor_decompand_deinit",
     };
     EXPECT_EQ(exported_functions(), expected);
 }
