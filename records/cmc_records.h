@@ -214,171 +214,419 @@ EJ_CMC_STATIC_ASSERT(offsetof(others_data, entries) == 8, others_data_entries);
  * samples, even when several positions name the same grid.
  * ------------------------------------------------------------------------ */
 
+/**
+ * One set of lens-shading grids, an element of cmc_lens_shading4x4::sets
+ * (152 bytes on LP64).
+ *
+ * In an id-28 record a set is 22 + G * S bytes: a 22-byte set header, then
+ * G grids of S = 2 * grid_width * grid_height bytes, G being the largest
+ * non-negative grid_map entry plus one. The sets follow one another without
+ * padding. In an id-10 record a set is an 8-byte header and four grids.
+ *
+ * When ej_cmc_parser_init_v1() is given NVM data and the container also
+ * carries ratio grids (slot 56), the ratio-based correction rewrites the
+ * sets in place before the parse returns: set_id, set_params and grid_bits
+ * are copied from the ratio set of the same index, and the samples of the
+ * positions covered by the sensor's colour-filter pattern become the ratio
+ * samples times the module's NVM gains. A correction that stops early (for
+ * instance on an unusable nvm_table_index) leaves the later sets as decoded.
+ */
 typedef struct cmc_lens_shading4x4_set {
-    uint32_t set_id;
-    float set_params[4];
-    uint16_t grid_bits;       /**< 16 minus the stored value (12 for id 10) */
-    uint16_t *grids[16];      /**< owned, indexed like grid_map; null where it is negative */
+    uint32_t set_id;          /**< identifier of the set, not interpreted by the library.
+                                   Id 28: the u32 at offset 0 of the set; id 10: the u16 at
+                                   offset 0 of the set, widened with zeros */
+    float set_params[4];      /**< four parameters, not interpreted by the library.
+                                   Id 28: the four f32 at offset 4 of the set, as stored.
+                                   Id 10: [0] and [1] are the set's Q8.8 pair (two u16 after
+                                   all sets, 4 bytes per set) divided by 256, present only when
+                                   the version is above 100 and the record holds the pairs
+                                   (rounded up to 8), else 0.0; [2] and [3] are the Q0.16 u16
+                                   at offsets 4 and 6 of the set divided by 65536 */
+    uint16_t grid_bits;       /**< fixed-point format of the set's samples: id 28, 16 minus
+                                   the u16 at offset 20 of the set (16-bit wrap-around, so a
+                                   stored 4 gives 12 and a stored 0 gives 16); id 10, always 12 */
+    uint16_t *grids[16];      /**< owned, indexed like grid_map: grids[i] is a private copy of
+                                   grid grid_map[i] of the set (grid_width * grid_height u16
+                                   samples, copied as stored), or null where
+                                   grid_map[i] is negative. Id 10: positions 0, 1, 4 and 5 hold
+                                   the set's four grids in record order, the others are null */
 } cmc_lens_shading4x4_set;
 
+/**
+ * The lens-shading grids of the module (slot 53, lens_shading4x4), in the
+ * id-28 form whichever record they come from: an id-10 record (older 2 x 2
+ * form) is converted to it. An id-28 record always replaces the structure;
+ * an id-10 record fills the slot only when it is empty. Released by
+ * ej_cmc_parser_deinit() through cmc_lens_shading4x4_deinit().
+ *
+ * grid_width and grid_height are the size onto which the module's NVM
+ * lens-shading tables are upscaled; the grids may be rewritten during the
+ * parse (see cmc_lens_shading4x4_set). Read-only for the caller afterwards.
+ */
 struct cmc_lens_shading4x4 {
-    kelb_record_header header; /**< id 28: as stored; id 10: made up (see the decoder) */
-    int8_t grid_map[16];
-    uint16_t num_sets;
-    uint16_t grid_width;
-    uint16_t grid_height;
-    cmc_lens_shading4x4_set *sets; /**< owned, num_sets elements */
-};
-
-typedef struct cmc_lens_shading_ratio_set {
-    uint32_t set_id;
-    float set_params[4];
-    uint16_t grid_bits;
-    uint16_t *grids[16];      /**< owned, indexed like grid_map */
-    uint16_t nvm_table_index; /**< 1-based number of the NVM table this set multiplies */
-} cmc_lens_shading_ratio_set;
-
-struct cmc_lens_shading_ratio {
-    kelb_record_header header; /**< the record's own header (id 33 or 11) */
-    int8_t grid_map[16];
-    uint16_t num_sets;
-    uint16_t grid_width;
-    uint16_t grid_height;
-    cmc_lens_shading_ratio_set *sets; /**< owned, num_sets elements */
+    kelb_record_header header; /**< id 28: the record's own header, as stored. Id 10: made up,
+                                    with version 100, reserved byte 0, record id 28 and size
+                                    num_sets * grid_width * grid_height * 176 + 32 (unsigned
+                                    32-bit, wraps around; it is not the length an equivalent
+                                    id-28 record would have) */
+    int8_t grid_map[16];       /**< grid number (within a set) covering each position of the
+                                    4 x 4 pattern, row-major (index = row * 4 + column);
+                                    negative where the position has no grid. Id 28: record
+                                    offsets 8 to 23, as stored. Id 10: 0, 1, -1, -1, 2, 3, then
+                                    ten times -1, so that positions (0,0), (0,1), (1,0), (1,1)
+                                    map to grids 0 to 3 */
+    uint16_t num_sets;         /**< number of elements of sets (id 28: record offset 24;
+                                    id 10: offset 10); may be 0 */
+    uint16_t grid_width;       /**< samples per grid in the first dimension (id 28: record
+                                    offset 28; id 10: offset 12) */
+    uint16_t grid_height;      /**< samples per grid in the second dimension (id 28: record
+                                    offset 30; id 10: offset 14) */
+    cmc_lens_shading4x4_set *sets; /**< owned, num_sets sets in record order; not null in a
+                                        structure held by slot 53 (a valid block even when
+                                        num_sets is 0) */
 };
 
 /**
- * Release a lens-shading grid structure: for each of its num_sets sets the
- * 16 grids (each pointer cleared), then the set array, then the structure.
- * Accepts null (does nothing) and a partly built structure whose set array
- * is still zero-filled or null.
+ * One set of lens-shading ratio grids, an element of
+ * cmc_lens_shading_ratio::sets (160 bytes on LP64). Same shape as
+ * cmc_lens_shading4x4_set, plus the number of the NVM table it multiplies.
+ *
+ * The id-33 set header is 22 bytes: u16 set_id, u16 0-based NVM table
+ * number, four f32 parameters, u16 stored grid bits. The id-11 set header
+ * is 10 bytes: u16 1-based NVM table index, u16 set_id, an unread u16, two
+ * Q0.16 parameters (note the order of set_id and the table number, the
+ * reverse of id 33). The ratio-based correction reads these sets and
+ * never changes them.
+ */
+typedef struct cmc_lens_shading_ratio_set {
+    uint32_t set_id;          /**< identifier of the set, not interpreted by the library:
+                                   the u16 at offset 0 of an id-33 set or at offset 2 of an
+                                   id-11 set, widened with zeros. Copied into the lens-shading
+                                   set of the same index by the ratio-based correction */
+    float set_params[4];      /**< four parameters, not interpreted by the library.
+                                   Id 33: the four f32 at offset 4 of the set, as stored.
+                                   Id 11: [0] and [1] are the set's Q8.8 pair (two u16 after
+                                   all sets, 4 bytes per set) divided by 256 when the version
+                                   is above 100, else 0.0; [2] and [3] are the Q0.16 u16 at
+                                   offsets 6 and 8 of the set divided by 65536 */
+    uint16_t grid_bits;       /**< fixed-point format of the ratio samples, kept by the
+                                   corrected lens-shading samples: id 33, 16 minus the u16 at
+                                   offset 20 of the set (16-bit wrap-around); id 11, always 12 */
+    uint16_t *grids[16];      /**< owned, indexed like grid_map: private copies of
+                                   grid_width * grid_height u16 ratio samples as stored, or
+                                   null where grid_map[i] is negative. Id 11: positions 0, 1,
+                                   4 and 5 hold the set's four grids in record order */
+    uint16_t nvm_table_index; /**< 1-based number of the module's NVM lens-shading table that
+                                   this set multiplies. Id 33: the stored 0-based u16 at offset
+                                   2 of the set plus 1 (a stored 65535 wraps to 0). Id 11: the
+                                   u16 at offset 0 of the set, as stored (already 1-based).
+                                   The correction rejects 0 and values above the number of
+                                   NVM tables */
+} cmc_lens_shading_ratio_set;
+
+/**
+ * The lens-shading ratio grids (slot 56, lens_shading_ratio): per set, the
+ * ratios that the module's upscaled NVM table is multiplied with to give the
+ * lens-shading grids of cmc_lens_shading4x4. Layout as cmc_lens_shading4x4.
+ * An id-33 record always replaces the structure; an id-11 record fills the
+ * slot only when it is empty (the first wins, and never over an id-33
+ * structure). The record copy is always released: every value is copied
+ * out. Released by ej_cmc_parser_deinit() through
+ * cmc_lens_shading_ratio_deinit().
+ */
+struct cmc_lens_shading_ratio {
+    kelb_record_header header; /**< the record's own header (size, version, id 33 or 11), as
+                                    stored */
+    int8_t grid_map[16];       /**< as cmc_lens_shading4x4::grid_map. Id 33: record offsets
+                                    8 to 23, as stored; id 11: 0, 1, -1, -1, 2, 3, then ten
+                                    times -1 */
+    uint16_t num_sets;         /**< number of elements of sets (id 33: record offset 24;
+                                    id 11: offset 8); the correction runs only when it equals
+                                    cmc_lens_shading4x4::num_sets */
+    uint16_t grid_width;       /**< samples per grid in the first dimension (id 33: record
+                                    offset 28; id 11: offset 10) */
+    uint16_t grid_height;      /**< samples per grid in the second dimension (id 33: record
+                                    offset 30; id 11: offset 12) */
+    cmc_lens_shading_ratio_set *sets; /**< owned, num_sets sets in record order; not null in
+                                           a structure held by slot 56 */
+};
+
+/**
+ * Release a lens-shading grid structure and everything it owns.
+ *
+ * @param ls the structure to release, or null (nothing is done). When its
+ *        sets pointer is not null, the 16 grids of each of its num_sets sets
+ *        are released (each pointer cleared), then the set array; then, in
+ *        every case, the structure itself. A partly built structure is
+ *        accepted: a null set array, or one whose sets are still zero-filled
+ *        (null grids). ls is invalid afterwards. A structure still held by
+ *        slot 53 of a cmc_parsed_data must be cleared from the slot first,
+ *        else ej_cmc_parser_deinit() releases it again.
+ *
+ * Thread safety: needs exclusive use of the structure (and of the
+ * cmc_parsed_data that held it); different structures may be released
+ * concurrently.
  */
 EJ_CMC_API void cmc_lens_shading4x4_deinit(cmc_lens_shading4x4 *ls);
 
-/** As cmc_lens_shading4x4_deinit(), for the ratio structure. */
+/**
+ * Release a lens-shading ratio structure and everything it owns; the same
+ * steps as cmc_lens_shading4x4_deinit().
+ *
+ * @param ratio the structure to release, or null (nothing is done). When its
+ *        sets pointer is not null, the 16 grids of each of its num_sets sets
+ *        are released (each pointer cleared), then the set array; then, in
+ *        every case, the structure itself. A partly built structure (null or
+ *        zero-filled sets) is accepted. ratio is invalid afterwards. A
+ *        structure still held by slot 56 must be cleared from the slot
+ *        first, else ej_cmc_parser_deinit() releases it again.
+ *
+ * Thread safety: as cmc_lens_shading4x4_deinit().
+ */
 EJ_CMC_API void cmc_lens_shading_ratio_deinit(cmc_lens_shading_ratio *ratio);
 
 /* ------------------------------------------------------------------------
- * Wide field-of-view geometric distortion (slot 42, id 22).
+ * Wide field-of-view geometric distortion (slot 42, id 22). The library
+ * copies the record's maps, lookup units (version 101 on) and elements
+ * (version 102 on) out of it and releases the copy; it does not interpret
+ * the values. A record that does not hold what its counts announce is
+ * dropped whole (slot 42 empty).
  * ------------------------------------------------------------------------ */
 
-/** A lookup unit: a 1024-byte table and four 32-bit values (1040 bytes). */
+/**
+ * A lookup unit: a 1024-byte table and four 32-bit values (1040 bytes), as
+ * stored in the record. Not interpreted by the library.
+ */
 typedef struct cmc_gd2_wfov_unit {
-    uint8_t unit_table[1024];
-    uint32_t unit_values[4];
+    uint8_t unit_table[1024]; /**< the unit's first 1024 bytes, as stored */
+    uint32_t unit_values[4];  /**< the four 32-bit values after the table (unit offsets 1024
+                                   to 1039), as stored */
 } cmc_gd2_wfov_unit;
 
 /**
  * One two-plane map of W = map_width * map_height 32-bit values per plane.
  * The planes of all maps share one block owned through plane_a of map 0;
  * every other plane pointer is a view into it.
+ *
+ * In the record a map is a u16 map_id followed by 8 * W bytes: the first
+ * plane, then the second. In the shared block, map k's plane_a starts at
+ * byte k * 8 * W and its plane_b 4 * W bytes later.
  */
 typedef struct cmc_gd2_wfov_map {
-    uint16_t map_id;
-    uint32_t *plane_a;
-    uint32_t *plane_b;
+    uint16_t map_id;   /**< identifier of the map (its first u16), not interpreted */
+    uint32_t *plane_a; /**< W values of the first plane, as stored. Map 0's pointer owns the
+                            block of all planes (released by ej_cmc_parser_deinit()); the
+                            others are views into it */
+    uint32_t *plane_b; /**< W values of the second plane, as stored: a view into the block,
+                            plane_a + W */
 } cmc_gd2_wfov_map;
 
+/**
+ * One element of the version-102 part: a 16-byte head (elem_a, elem_b,
+ * elem_c, num_values) followed in the record by num_values 32-bit values.
+ * Not interpreted by the library.
+ */
 typedef struct cmc_gd2_wfov_element {
-    float elem_a;
-    float elem_b;
-    uint32_t elem_c;
-    uint32_t num_values;
-    uint32_t *values; /**< owned, num_values values */
+    float elem_a;        /**< f32 at element offset 0, as stored */
+    float elem_b;        /**< f32 at element offset 4, as stored */
+    uint32_t elem_c;     /**< u32 at element offset 8, as stored */
+    uint32_t num_values; /**< u32 at element offset 12: number of values; never 0 in a kept
+                              element (an element without values drops the whole
+                              version-102 part) */
+    uint32_t *values; /**< owned, num_values values copied from element offset 16 */
 } cmc_gd2_wfov_element;
 
+/**
+ * The wide field-of-view distortion data (slot 42, geometric_distortion2_wfov),
+ * 1104 bytes on LP64. Released by ej_cmc_parser_deinit(): the plane block
+ * (through plane_a of map 0), the elements with their values, element_tail,
+ * the map array, the unit array, then the structure.
+ *
+ * The record's parts follow one another without padding: bytes 8 to 21,
+ * the maps from offset 22, then (version 101 on) ext_value, num_units, the
+ * unit array and the inline unit, then (version 102 on) ext2_value,
+ * num_elements, the elements and the element tail. Fields of a part that
+ * the record's version does not carry are zero or null.
+ */
 struct cmc_geometric_distortion2_wfov {
-    uint8_t word_a[4];   /**< record bytes 8..21, in this order, */
-    int16_t map_width;   /**< ... */
-    int16_t map_height;  /**< ... */
-    uint8_t word_b[4];   /**< ... */
-    uint16_t num_maps;   /**< ... */
-    uint32_t ext_value;  /**< version 101 on; else 0 */
-    int32_t num_units;   /**< version 101 on; else 0 */
-    cmc_gd2_wfov_unit unit; /**< the inline unit (version 101 on; else zero) */
-    cmc_gd2_wfov_map *maps; /**< owned, num_maps maps; null when num_maps is 0 */
-    uint8_t *units;         /**< owned copy of num_units * 1040 bytes, or null */
-    float ext2_value;       /**< version 102 on */
-    int32_t num_elements;   /**< version 102 on */
-    cmc_gd2_wfov_element *elements; /**< owned, num_elements elements, or null */
-    uint8_t *element_tail;          /**< owned copy of num_elements * 24 bytes, or null */
+    uint8_t word_a[4];   /**< record offsets 8 to 11, as stored, not interpreted */
+    int16_t map_width;   /**< record offset 12, signed: values per map row */
+    int16_t map_height;  /**< record offset 14, signed: rows per map; W = map_width *
+                              map_height values per plane (a negative W with maps
+                              present drops the record) */
+    uint8_t word_b[4];   /**< record offsets 16 to 19, as stored, not interpreted */
+    uint16_t num_maps;   /**< record offset 20: number of elements of maps */
+    uint32_t ext_value;  /**< the u32 right after the maps, as stored (version 101 on); else 0 */
+    int32_t num_units;   /**< number of 1040-byte units in units, the i32 after ext_value
+                              (version 101 on; 0 or less means none); else 0. Kept even when
+                              the unit array could not be allocated (units null) */
+    cmc_gd2_wfov_unit unit; /**< the inline unit: the 1040 bytes after the unit array (version
+                                 101 on, present even when num_units is 0); zero below
+                                 version 101, or when the unit array could not be allocated */
+    cmc_gd2_wfov_map *maps; /**< owned, num_maps maps in record order; null when num_maps is 0 */
+    uint8_t *units;         /**< owned copy of the num_units * 1040 bytes of the unit array
+                                 (num_units cmc_gd2_wfov_unit, as stored); null when
+                                 num_units is 0 or less, below version 101, or when the
+                                 allocation failed */
+    float ext2_value;       /**< the f32 after the inline unit, as stored (version 102 on);
+                                 0 below version 102, and set to 0 when the version-102 part
+                                 was dropped after its element array was allocated (by
+                                 cmc_geometric_distortion2_wfov_free()); kept when the
+                                 element array itself could not be allocated */
+    int32_t num_elements;   /**< the i32 after ext2_value: number of elements (version 102
+                                 on); else 0. Keeps its value when the version-102 part was
+                                 dropped: test elements for null before using it */
+    cmc_gd2_wfov_element *elements; /**< owned, num_elements elements in record order; null
+                                         below version 102, when the array could not be
+                                         allocated, or when the part was dropped (an element
+                                         with no values, or a failed allocation of values or
+                                         of element_tail) */
+    uint8_t *element_tail;          /**< owned copy of the num_elements * 24 raw bytes after
+                                         the last element, not interpreted; null whenever
+                                         elements is null */
 };
 
 /**
- * Release only the version-102 part of a distortion structure: the values of
- * each of its num_elements elements (none when num_elements is 0 or less),
- * the element array and element_tail (each pointer cleared), and set
- * ext2_value to 0. The maps, the units and the structure itself stay; they
- * are released by ej_cmc_parser_deinit(). Accepts null (does nothing).
+ * Release only the version-102 part of a distortion structure.
+ *
+ * @param gd the structure, or null (nothing is done). When its elements
+ *        pointer is not null, the values of each of its num_elements
+ *        elements are released (none when num_elements is 0 or less) and
+ *        each cleared, then the element array (pointer cleared); then, in
+ *        every case, element_tail is released and cleared, and ext2_value
+ *        set to 0. num_elements keeps its value. The maps, the units and the
+ *        structure itself stay, and gd stays valid: ej_cmc_parser_deinit()
+ *        releases the rest. A partly built part is accepted (null elements,
+ *        null values, null element_tail).
+ *
+ * Thread safety: needs exclusive use of the structure (and of the
+ * cmc_parsed_data holding it); no reader may use it during the call.
  */
 EJ_CMC_API void cmc_geometric_distortion2_wfov_free(cmc_geometric_distortion2_wfov *gd);
 
 /* ------------------------------------------------------------------------
  * Companding curves (slots 58 and 59 from id 35, slot 60 from id 36).
  * "Wide" values are 32-bit, "narrow" values 16-bit. A curve of N segments
- * has N + 1 points.
+ * has N + 1 points. Every array is copied out of the record (whose copy is
+ * released); the values are taken as stored, not interpreted. A record
+ * shorter than its arrays (20 + 12N bytes for id 35, 14 + 6N for id 36) is
+ * dropped and its slots stay empty.
  * ------------------------------------------------------------------------ */
 
-/** Wide to narrow. */
+/**
+ * The pipe compand curve (slot 58, pipe_compand), wide to narrow, from an
+ * id-35 record. Stored together with its cmc_pipe_decompand: both or
+ * neither. Every array pointer is non-null in a stored structure (a valid
+ * block even for zero values).
+ */
 struct cmc_pipe_compand {
-    kelb_record_header header;
-    uint8_t ctrl_byte;
-    uint32_t ctrl_word;
-    uint8_t num_segments; /**< N */
-    uint32_t *x_points;   /**< owned, N + 1 wide points */
-    uint16_t *y_points;   /**< owned, N + 1 narrow points */
-    uint16_t *slopes;     /**< owned, N narrow slopes */
-};
-
-/** Narrow to wide; its point arrays are separate copies of the compand's. */
-struct cmc_pipe_decompand {
-    kelb_record_header header;
-    uint8_t ctrl_byte;
-    uint32_t ctrl_word;
-    uint8_t num_segments; /**< N */
-    uint16_t *x_points;   /**< owned, N + 1 narrow points */
-    uint32_t *y_points;   /**< owned, N + 1 wide points */
-    uint32_t *slopes;     /**< owned, N wide slopes */
+    kelb_record_header header; /**< copy of the record's 8-byte header (size, version, id 35) */
+    uint8_t ctrl_byte;         /**< record offset 8, as stored, not interpreted */
+    uint32_t ctrl_word;        /**< the 4 bytes at record offset 9 (unaligned there), read as
+                                    one little-endian u32, not interpreted */
+    uint8_t num_segments; /**< N, record offset 13: number of segments (0 to 255) */
+    uint32_t *x_points;   /**< owned, N + 1 wide points (the u32 from record offset 14) */
+    uint16_t *y_points;   /**< owned, N + 1 narrow points (the u16 from offset 14 + 4(N + 1)) */
+    uint16_t *slopes;     /**< owned, N narrow per-segment slopes of the compand direction
+                               (the u16 from offset 14 + 6(N + 1)); no values when N is 0 */
 };
 
 /**
- * The sensor's decompanding points. ctrl_word holds the record's four bytes
- * as stored: whether they form one value or two is the consumer's to decide.
+ * The pipe decompand curve (slot 59, pipe_decompand), narrow to wide, from
+ * the same id-35 record as cmc_pipe_compand; its point arrays are separate
+ * copies of the compand's, with the roles of x and y swapped.
+ */
+struct cmc_pipe_decompand {
+    kelb_record_header header; /**< copy of the record's 8-byte header (size, version, id 35) */
+    uint8_t ctrl_byte;         /**< record offset 8, as stored, not interpreted */
+    uint32_t ctrl_word;        /**< the 4 bytes at record offset 9, read as one little-endian
+                                    u32 (equal to cmc_pipe_compand::ctrl_word) */
+    uint8_t num_segments; /**< N, record offset 13 */
+    uint16_t *x_points;   /**< owned, N + 1 narrow points (the compand's y_points) */
+    uint32_t *y_points;   /**< owned, N + 1 wide points (the compand's x_points) */
+    uint32_t *slopes;     /**< owned, N wide per-segment slopes of the decompand direction
+                               (the u32 from record offset 14 + 6(N + 1) + 2N); no values
+                               when N is 0 */
+};
+
+/**
+ * The sensor's decompanding points (slot 60, sensor_decompand), from an
+ * id-36 record. ctrl_word holds the record's four bytes as stored: whether
+ * they form one value or two is the consumer's to decide. Both point arrays
+ * are non-null in a stored structure.
  */
 struct cmc_sensor_decompand {
-    kelb_record_header header;
-    uint8_t ctrl_byte;
-    uint8_t ctrl_word[4];
-    uint8_t num_points; /**< N */
-    uint16_t *x_points; /**< owned, N narrow points */
-    uint32_t *y_points; /**< owned, N wide points */
+    kelb_record_header header; /**< copy of the record's 8-byte header (size, version, id 36) */
+    uint8_t ctrl_byte;         /**< record offset 8, as stored, not interpreted */
+    uint8_t ctrl_word[4];      /**< record offsets 9 to 12, byte for byte as stored
+                                    (little-endian in the record) */
+    uint8_t num_points; /**< N, record offset 13: number of points (0 to 255) */
+    uint16_t *x_points; /**< owned, N narrow points (the u16 from record offset 14) */
+    uint32_t *y_points; /**< owned, N wide points (the u32 from record offset 14 + 2N) */
 };
 
 /**
- * Release a compand/decompand pair: for each argument that is not null, its
- * x_points, y_points and slopes, then the structure; the compand first.
- * Either argument may be null; partly built structures are accepted.
+ * Release a compand/decompand pair and the arrays they own.
+ *
+ * @param compand the compand structure, or null. Unless null, its x_points,
+ *        y_points and slopes are released in this order (null arrays are
+ *        skipped, so a partly built structure is accepted), then the
+ *        structure. Released before decompand.
+ * @param decompand the decompand structure, or null; released the same way,
+ *        after compand.
+ *
+ * Either argument may be null; both are invalid afterwards. Structures
+ * still held by slots 58 and 59 must be cleared from them first, else
+ * ej_cmc_parser_deinit() releases them again. Thread safety: needs exclusive
+ * use of both structures.
  */
 EJ_CMC_API void cmc_pipe_compand_decompand_deinit(cmc_pipe_compand *compand,
                                                   cmc_pipe_decompand *decompand);
 
-/** Release x_points, y_points, then the structure. Accepts null. */
+/**
+ * Release a sensor decompanding structure and the arrays it owns.
+ *
+ * @param sd the structure, or null (nothing is done). Releases x_points,
+ *        then y_points (null arrays are skipped, so a partly built structure
+ *        is accepted), then the structure; sd is invalid afterwards. A
+ *        structure still held by slot 60 must be cleared from it first, else
+ *        ej_cmc_parser_deinit() releases it again.
+ *
+ * Thread safety: needs exclusive use of the structure.
+ */
 EJ_CMC_API void cmc_sensor_decompand_deinit(cmc_sensor_decompand *sd);
 
 /* ------------------------------------------------------------------------
  * Cbd record (slot 62, id 38): two parallel arrays of 32-bit values, copied
- * as stored (integer or float is the consumer's to decide).
+ * as stored (integer or float is the consumer's to decide). A record
+ * shorter than 10 + 8N bytes is dropped (slot 62 empty).
  * ------------------------------------------------------------------------ */
 
+/**
+ * The cbd record (slot 62, cbd), 32 bytes on LP64. The record copy is
+ * released; both arrays are non-null in a stored structure.
+ */
 struct cmc_cbd {
-    kelb_record_header header;
-    uint8_t cbd_byte;
-    uint8_t num_entries;     /**< N */
-    uint32_t *first_values;  /**< owned, N values */
-    uint32_t *second_values; /**< owned, N values */
+    kelb_record_header header; /**< copy of the record's 8-byte header (size, version, id 38) */
+    uint8_t cbd_byte;          /**< record offset 8, as stored, not interpreted */
+    uint8_t num_entries;     /**< N, record offset 9: length of each array (0 to 255) */
+    uint32_t *first_values;  /**< owned, N values from record offset 10, as stored */
+    uint32_t *second_values; /**< owned, N values from record offset 10 + 4N, as stored;
+                                  second_values[i] pairs with first_values[i] */
 };
 
-/** Release first_values, second_values, then the structure. Accepts null. */
+/**
+ * Release a cbd structure and its arrays.
+ *
+ * @param cbd the structure, or null (nothing is done). Releases
+ *        first_values, then second_values (null arrays are skipped, so a
+ *        partly built structure is accepted), then the structure; cbd is
+ *        invalid afterwards. A structure still held by slot 62 must be
+ *        cleared from it first, else ej_cmc_parser_deinit() releases it
+ *        again.
+ *
+ * Thread safety: needs exclusive use of the structure.
+ */
 EJ_CMC_API void cmc_cbd_deinit(cmc_cbd *cbd);
 
 /* ------------------------------------------------------------------------
@@ -389,13 +637,25 @@ EJ_CMC_API void cmc_cbd_deinit(cmc_cbd *cbd);
 
 /** One id-24 entry: its 16-byte head (count c at offset 2) and c values. */
 typedef struct cmc_value_table_entry {
-    uint8_t entry_head[16];
+    uint8_t entry_head[16]; /**< the entry's 16-byte head, as stored; c is its little-endian
+                                 u16 at offset 2. Zero for entries after a short one (see
+                                 values) */
     uint32_t *values; /**< owned, c values; null when they were not copied */
 } cmc_value_table_entry;
 
-/** Id 24 (slot 44). head holds the record's first 16 bytes: n is its u16 at 14. */
+/**
+ * Id 24 (slot 44). head holds the record's first 16 bytes: n is its u16 at 14.
+ * When the values of a later entry run past the record, the walk stops:
+ * the entries before it are whole, that entry has its head and null values,
+ * the ones after it are zero (null values). A record too short for its n
+ * entry heads or for the values of its first entry makes cmc_parse() return
+ * CMC_PARSE_BAD_DATA with slot 44 empty (CMC_PARSE_NO_MEMORY when an
+ * allocation fails).
+ */
 struct cmc_value_table {
-    uint8_t head[16];
+    uint8_t head[16]; /**< the record's first 16 bytes, as stored: the record header (offsets
+                           0 to 7), 6 bytes not interpreted (8 to 13), then n, the number of
+                           entries, as a little-endian u16 at offset 14 */
     cmc_value_table_entry *entries; /**< owned, n entries; null when n is 0 */
 };
 
@@ -406,18 +666,25 @@ struct cmc_block_entry {
     const uint8_t *tail_blocks; /**< view: the first of the entry's 36-byte tail blocks */
 };
 
+/** One of the two factor blocks of an id-26 record (24 bytes). */
 typedef struct cmc_factor_block {
-    uint8_t block_word[8];
-    float factors[4];
+    uint8_t block_word[8]; /**< the block's first 8 bytes, as stored; in the short form a copy
+                                of cmc_dual_block::base_word */
+    float factors[4];      /**< four f32 factors, as stored; 1.0 each in the short form */
 } cmc_factor_block;
 
-/** Id 26 (slot 49), laid out like the record's first 64 bytes. */
+/**
+ * Id 26 (slot 49), laid out like the record's first 64 bytes. The full form
+ * (version above 100 and a record of at least 64 bytes) is a plain copy of
+ * those bytes; the short form (version 100 or less, or fewer than 64 bytes)
+ * gives each block base_word and four factors of 1.0. A record of 15 bytes
+ * or fewer leaves slot 49 empty. No owned pointers.
+ */
 struct cmc_dual_block {
-    kelb_record_header header;
-    uint8_t base_word[8];
-    cmc_factor_block blocks[2];
+    kelb_record_header header; /**< the record's header (size, version, id 26), as stored */
+    uint8_t base_word[8];      /**< record offsets 8 to 15, as stored */
+    cmc_factor_block blocks[2]; /**< record offsets 16 to 39 and 40 to 63 in the full form */
 };
-
 /** One id-27 element. */
 typedef struct cmc_plane_grid_element {
     uint8_t *element_head; /**< owned 20-byte copy, or null */
