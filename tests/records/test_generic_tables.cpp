@@ -231,8 +231,10 @@ TEST(PlaneGridSet, MoreThanThreePlanesKeepTheFirstThree)
     }
 }
 
-TEST(PlaneGridSet, PlanelessRecordsWithHugeExtentsAreDroppedBeforeAllocating)
+TEST(PlaneGridSet, PlanelessRecordsWithHugeExtentsAreKeptWithoutPlaneBuffers)
 {
+    // Buffers over three times the record are refused like failed
+    // allocations: the record, the element array and the heads stay.
     for (uint16_t extent : {1000, 65535}) {
         const Bytes payload = ByteWriter().fill(16, 0).u16(1).u16(0).u16(extent).u16(extent)
                                   .fill(20, 3).take();
@@ -240,9 +242,13 @@ TEST(PlaneGridSet, PlanelessRecordsWithHugeExtentsAreDroppedBeforeAllocating)
         DiagRecorder diag;
         FailAllocationAt count(0);
         ASSERT_EQ(decode(parsed.get(), make_record(27, 100, payload)), 0u);
-        EXPECT_EQ(parsed->plane_grid_set, nullptr);
+        const cmc_plane_grid_set *set = parsed->plane_grid_set;
+        ASSERT_NE(set, nullptr);
+        ASSERT_NE(set->elements, nullptr);
+        EXPECT_EQ(set->elements[0].element_head[19], 3);
+        EXPECT_EQ(set->elements[0].planes, nullptr);
         EXPECT_TRUE(diag.saw(CMC_DIAG_BAD_COUNT));
-        EXPECT_EQ(cmc_alloc_count(), 0u);
+        EXPECT_EQ(cmc_alloc_count(), 3u); // structure, element array, head
     }
     // Small extents without planes give zero-filled buffers.
     const Bytes payload = ByteWriter().fill(16, 0).u16(1).u16(0).u16(2).u16(2).fill(20, 3).take();
