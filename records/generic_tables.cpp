@@ -230,6 +230,10 @@ uint32_t decode_plane_grid_set(uint8_t *record, cmc_parsed_data *parsed)
     const uint64_t planes = load_u16(record + 26);
     const uint64_t plane_bytes = 2 * uint64_t(load_u16(record + 28)) * load_u16(record + 30);
     const uint64_t element_bytes = kElementHead27 + planes * plane_bytes;
+    // An element longer than the record cannot fit; testing it first keeps
+    // n * element_bytes below 2^48 (it could pass 2^64 and wrap otherwise).
+    if (n != 0 && element_bytes > record_size(record))
+        return drop_record(record, CMC_DIAG_TOO_SHORT);
     const uint64_t elements_end = 32 + n * element_bytes;
     const bool versioned = record_version(record) > 100;
     // The trailer's test is the format's own (rounded up to 8).
