@@ -215,7 +215,9 @@ uint32_t decode_dual_block(uint8_t *record, cmc_parsed_data *parsed)
 // holds three, and the walk still steps over all c planes. Plane buffers are
 // capped at three times the record's size (a * b * 2 * n <= size), which
 // every record with at least one plane per element meets; without the cap a
-// plane-less record of a few bytes could ask for gigabytes of zeros.
+// plane-less record of a few bytes could ask for gigabytes of zeros. A buffer
+// over the cap is refused like a failed allocation: its pointer stays null
+// and the record is kept.
 uint32_t decode_plane_grid_set(uint8_t *record, cmc_parsed_data *parsed)
 {
     note_replacement(parsed->plane_grid_set, record);
@@ -228,16 +230,19 @@ uint32_t decode_plane_grid_set(uint8_t *record, cmc_parsed_data *parsed)
     const uint64_t planes = load_u16(record + 26);
     const uint64_t plane_bytes = 2 * uint64_t(load_u16(record + 28)) * load_u16(record + 30);
     const uint64_t element_bytes = kElementHead27 + planes * plane_bytes;
+    // An element longer than the record cannot fit; testing it first keeps
+    // n * element_bytes below 2^48 (it could pass 2^64 and wrap otherwise).
+    if (n != 0 && element_bytes > record_size(record))
+        return drop_record(record, CMC_DIAG_TOO_SHORT);
     const uint64_t elements_end = 32 + n * element_bytes;
     const bool versioned = record_version(record) > 100;
     // The trailer's test is the format's own (rounded up to 8).
     if (versioned ? !fits_rounded(record, elements_end + kTrailerPerElement27 * uint64_t(n))
                   : !reaches(record, elements_end))
         return drop_record(record, CMC_DIAG_TOO_SHORT);
-    if (n * plane_bytes > record_size(record))
-        return drop_record(record, CMC_DIAG_BAD_COUNT);
-    if (planes > kPlanes27)
-        cmc_diag_record(record, CMC_DIAG_BAD_COUNT); // kept with three planes
+    const bool buffers_capped = n * plane_bytes > record_size(record);
+    if (buffers_capped || planes > kPlanes27)
+        cmc_diag_record(record, CMC_DIAG_BAD_COUNT); // kept: three planes, or none
 
     auto *set = alloc_array<cmc_plane_grid_set>(1);
     if (set == nullptr)
@@ -257,7 +262,7 @@ uint32_t decode_plane_grid_set(uint8_t *record, cmc_parsed_data *parsed)
         // A failed element allocation leaves its pointer null and decoding
         // goes on; the bounded copy reports the null destination.
         e.element_head = alloc_array<uint8_t>(kElementHead27);
-        e.planes = alloc_array<uint16_t>(kPlanes27 * plane_bytes / 2);
+        e.planes = buffers_capped ? nullptr : alloc_array<uint16_t>(kPlanes27 * plane_bytes / 2);
         if (e.element_head == nullptr || e.planes == nullptr)
             cmc_diag_record(record, CMC_DIAG_NO_MEMORY);
         memcpy_s(e.element_head, kElementHead27, record + offset, kElementHead27);

@@ -60,11 +60,11 @@ bool measure(const uint8_t *record, cmc_diag_reason *reason)
     if (!reaches(record, end + 8))
         return false;
     const int32_t num_elements = load_i32(record + end + 4);
-    if (num_elements < 0) {
-        *reason = CMC_DIAG_BAD_COUNT;
-        return false;
-    }
     end += 8;
+    // A negative count asks for an element array that cannot be allocated:
+    // the decoder reads nothing past the count.
+    if (num_elements < 0)
+        return true;
     // Each element head is 16 bytes and is checked before the next one is
     // read, so the loop ends within size / 16 turns whatever the count says.
     for (int32_t k = 0; k < num_elements; ++k) {
@@ -129,8 +129,14 @@ bool copy_units(cmc_geometric_distortion2_wfov *gd, const uint8_t *record, uint3
 void copy_elements(cmc_geometric_distortion2_wfov *gd, const uint8_t *record, uint32_t offset)
 {
     gd->ext2_value = load_f32(record + offset);
-    gd->num_elements = load_i32(record + offset + 4); // not negative: measured
+    gd->num_elements = load_i32(record + offset + 4);
     offset += 8;
+    // A negative count is an element array that cannot be allocated: the
+    // structure keeps ext2_value and the count, without elements or tail.
+    if (gd->num_elements < 0) {
+        cmc_diag_record(record, CMC_DIAG_BAD_COUNT);
+        return;
+    }
     gd->elements = alloc_array<cmc_gd2_wfov_element>(uint64_t(gd->num_elements));
     if (gd->elements == nullptr) {
         cmc_diag_record(record, CMC_DIAG_NO_MEMORY);

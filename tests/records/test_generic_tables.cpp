@@ -208,6 +208,24 @@ TEST(PlaneGridSet, Version100HasNoTrailerAndNeedsExactlyItsElements)
     EXPECT_EQ(parsed->plane_grid_set, nullptr);
 }
 
+TEST(PlaneGridSet, ElementLengthsWhoseTotalWrapsIn64BitsAreTooShort)
+{
+    // 65535 elements of 20 + 2 * 65281 * 34944 * 61696 bytes end at
+    // 32 + 2^64 + 1245164: wrapped, the record would seem to hold them.
+    for (uint8_t version : {100, 101}) {
+        const uint32_t size = version == 100 ? 1245200 : 2293760;
+        const Bytes payload =
+            ByteWriter().fill(16, 0).u16(65535).u16(65281).u16(34944).u16(61696).take();
+        Parsed parsed = empty_parsed();
+        DiagRecorder diag;
+        FailAllocationAt count(0);
+        ASSERT_EQ(decode(parsed.get(), make_record_sized(27, version, payload, size)), 0u);
+        EXPECT_EQ(parsed->plane_grid_set, nullptr);
+        EXPECT_TRUE(diag.saw(CMC_DIAG_TOO_SHORT));
+        EXPECT_EQ(cmc_alloc_count(), 0u);
+    }
+}
+
 TEST(PlaneGridSet, MoreThanThreePlanesKeepTheFirstThree)
 {
     // Two elements of four 1 x 1 planes: the second element starts 28 bytes on.
@@ -231,8 +249,10 @@ TEST(PlaneGridSet, MoreThanThreePlanesKeepTheFirstThree)
     }
 }
 
-TEST(PlaneGridSet, PlanelessRecordsWithHugeExtentsAreDroppedBeforeAllocating)
+TEST(PlaneGridSet, PlanelessRecordsWithHugeExtentsAreKeptWithoutPlaneBuffers)
 {
+    // Buffers over three times the record are refused like failed
+    // allocations: the record, the element array and the heads stay.
     for (uint16_t extent : {1000, 65535}) {
         const Bytes payload = ByteWriter().fill(16, 0).u16(1).u16(0).u16(extent).u16(extent)
                                   .fill(20, 3).take();
@@ -240,9 +260,13 @@ TEST(PlaneGridSet, PlanelessRecordsWithHugeExtentsAreDroppedBeforeAllocating)
         DiagRecorder diag;
         FailAllocationAt count(0);
         ASSERT_EQ(decode(parsed.get(), make_record(27, 100, payload)), 0u);
-        EXPECT_EQ(parsed->plane_grid_set, nullptr);
+        const cmc_plane_grid_set *set = parsed->plane_grid_set;
+        ASSERT_NE(set, nullptr);
+        ASSERT_NE(set->elements, nullptr);
+        EXPECT_EQ(set->elements[0].element_head[19], 3);
+        EXPECT_EQ(set->elements[0].planes, nullptr);
         EXPECT_TRUE(diag.saw(CMC_DIAG_BAD_COUNT));
-        EXPECT_EQ(cmc_alloc_count(), 0u);
+        EXPECT_EQ(cmc_alloc_count(), 3u); // structure, element array, head
     }
     // Small extents without planes give zero-filled buffers.
     const Bytes payload = ByteWriter().fill(16, 0).u16(1).u16(0).u16(2).u16(2).fill(20, 3).take();

@@ -179,7 +179,7 @@ TEST(WfovDistortion, AnElementWithoutValuesDropsTheElementListOnly)
     EXPECT_EQ(parsed->geometric_distortion2_wfov, nullptr);
 }
 
-TEST(WfovDistortion, NegativeCountsAreDroppedBeforeAllocating)
+TEST(WfovDistortion, NegativeExtentsAreDroppedBeforeAllocating)
 {
     struct Case {
         int16_t w, h;
@@ -188,7 +188,7 @@ TEST(WfovDistortion, NegativeCountsAreDroppedBeforeAllocating)
         bool kept;
     };
     const Case cases[] = {{-2, 1, 1, 0, false}, {3, -1, 2, 0, false}, {-2, -1, 1, 0, true},
-                          {-7, 1, 0, 0, true},  {2, 1, 1, -1, false}};
+                          {-7, 1, 0, 0, true}};
     for (const Case &k : cases) {
         Wfov c;
         c.w = k.w;
@@ -205,6 +205,29 @@ TEST(WfovDistortion, NegativeCountsAreDroppedBeforeAllocating)
             EXPECT_EQ(cmc_alloc_count(), 0u);
         }
     }
+}
+
+TEST(WfovDistortion, ANegativeElementCountKeepsEverythingButTheElements)
+{
+    // The element array of a negative count cannot be allocated: the record
+    // ends at the count, and the structure keeps ext2_value and the count.
+    Wfov c;
+    c.elements = -1;
+    const Bytes full = wfov_record(102, c);
+    Parsed parsed = empty_parsed();
+    DiagRecorder diag;
+    ASSERT_EQ(decode(parsed.get(), full), 0u);
+    const cmc_geometric_distortion2_wfov *gd = parsed->geometric_distortion2_wfov;
+    ASSERT_NE(gd, nullptr);
+    EXPECT_NE(gd->maps, nullptr);
+    EXPECT_EQ(gd->unit.unit_values[3], 4u);
+    EXPECT_EQ(gd->num_elements, -1);
+    EXPECT_EQ(gd->ext2_value, 9.5f);
+    EXPECT_EQ(gd->elements, nullptr);
+    EXPECT_EQ(gd->element_tail, nullptr);
+    EXPECT_TRUE(diag.saw(CMC_DIAG_BAD_COUNT));
+    ASSERT_EQ(decode(parsed.get(), wfov_record(102, c, uint32_t(full.size() - 1))), 0u);
+    EXPECT_EQ(parsed->geometric_distortion2_wfov, nullptr);
 }
 
 TEST(WfovDistortion, EachAllocationFailureLeavesItsDocumentedResult)
