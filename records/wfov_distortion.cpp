@@ -137,6 +137,16 @@ void copy_elements(cmc_geometric_distortion2_wfov *gd, const uint8_t *record, ui
         cmc_diag_record(record, CMC_DIAG_BAD_COUNT);
         return;
     }
+    // When the element heads cannot all fit in the rest of the record, the
+    // measure has already met the element without values that ends the list,
+    // so the outcome is known: the list is dropped. It is reached without
+    // first allocating the announced array, which a few bytes could make as
+    // large as 48 GiB.
+    if (uint64_t(gd->num_elements) * kElementHead > record_size(record) - offset) {
+        cmc_diag_record(record, CMC_DIAG_BAD_COUNT);
+        gd->ext2_value = 0.0f;
+        return;
+    }
     gd->elements = alloc_array<cmc_gd2_wfov_element>(uint64_t(gd->num_elements));
     if (gd->elements == nullptr) {
         cmc_diag_record(record, CMC_DIAG_NO_MEMORY);

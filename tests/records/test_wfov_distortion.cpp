@@ -179,6 +179,27 @@ TEST(WfovDistortion, AnElementWithoutValuesDropsTheElementListOnly)
     EXPECT_EQ(parsed->geometric_distortion2_wfov, nullptr);
 }
 
+TEST(WfovDistortion, AHugeCountEndedByAnElementWithoutValuesAllocatesNoArray)
+{
+    // 2^31 - 1 elements announced, the first without values: the list is
+    // dropped as for any such element, without asking for 48 GiB first.
+    Wfov c;
+    c.elements = 0x7fffffff;
+    c.values = {0};
+    c.tail = false;
+    Parsed parsed = empty_parsed();
+    DiagRecorder diag;
+    ASSERT_EQ(decode(parsed.get(), wfov_record(102, c)), 0u);
+    const cmc_geometric_distortion2_wfov *gd = parsed->geometric_distortion2_wfov;
+    ASSERT_NE(gd, nullptr);
+    EXPECT_EQ(gd->num_elements, 0x7fffffff);
+    EXPECT_EQ(gd->elements, nullptr);
+    EXPECT_EQ(gd->element_tail, nullptr);
+    EXPECT_EQ(gd->ext2_value, 0.0f);
+    EXPECT_NE(gd->maps, nullptr);
+    EXPECT_TRUE(diag.saw(CMC_DIAG_BAD_COUNT));
+}
+
 TEST(WfovDistortion, NegativeExtentsAreDroppedBeforeAllocating)
 {
     struct Case {
