@@ -37,8 +37,9 @@ EJ_CMC_EXTERN_C_BEGIN
  * @param num_planes may be 0 (the call then only allocates and frees).
  * @return 0; 4 when scratch memory could not be allocated (no plane written);
  *         32 when dst_width < src_width or dst_height < src_height, a source
- *         extent is above 65532, or a plane array or one of its first
- *         num_planes entries is null (nothing allocated or written).
+ *         extent is above 65532, or (num_planes above 0) a plane array or
+ *         one of its first num_planes entries is null (nothing allocated or
+ *         written).
  *
  * Values are clamped to [-255, 65535] (NaN becomes -255). A destination
  * extent of 1 takes the single source sample of that axis. A source extent

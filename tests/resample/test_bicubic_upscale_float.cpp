@@ -252,6 +252,8 @@ TEST(BicubicUpscale, NothingToDoReturnsZero)
     const uint8_t *in[1] = {src.data()};
     float *dst[1] = {out.data()};
     EXPECT_EQ(image_bicubic_upscale_uint8_to_float(in, dst, 4, 4, 4, 4, 0), 0u); // no plane
+    EXPECT_EQ(image_bicubic_upscale_uint8_to_float(nullptr, nullptr, 4, 4, 4, 4, 0), 0u);
+    EXPECT_EQ(image_bicubic_upscale_uint16_to_float(nullptr, nullptr, 4, 4, 4, 4, 0), 0u);
     EXPECT_EQ(image_bicubic_upscale_uint8_to_float(in, dst, 0, 4, 4, 4, 1), 0u); // no column
     EXPECT_EQ(image_bicubic_upscale_uint8_to_float(in, dst, 4, 0, 4, 4, 1), 0u); // no row
     EXPECT_EQ(untouched_count(out), out.size());
