@@ -327,7 +327,8 @@ EJ_CMC_API uint32_t resize_2d_array_uint32(const uint32_t *src, int32_t src_widt
 /**
  * Bilinear resize of floats: positions i * (src - 1) / (dst - 1) computed per
  * index in single precision, the upper neighbour clamped to the last sample,
- * the result not rounded.
+ * the result not rounded. The truncated position is a 16-bit index: on a
+ * source of more than 65536 rows it wraps, with a fraction above 1.
  * @param src source samples.
  * @param src_width source width, at least 2.
  * @param src_height source height, at least 2.
