@@ -163,7 +163,9 @@ uint32_t upscale(const Sample *const *src_planes, float *const *dst_planes, uint
                  uint16_t src_height, uint16_t dst_width, uint16_t dst_height,
                  uint16_t num_planes, BuildPlane build_plane)
 {
-    if (src_planes == nullptr || dst_planes == nullptr)
+    // Without planes the arrays are never read: such a call only allocates,
+    // frees and returns 0, whatever the array pointers are.
+    if (num_planes != 0 && (src_planes == nullptr || dst_planes == nullptr))
         return kStatusBadArgument;
     if (dst_width < src_width || dst_height < src_height)
         return kStatusBadArgument;

@@ -37,8 +37,9 @@ EJ_CMC_EXTERN_C_BEGIN
  * @param num_planes may be 0 (the call then only allocates and frees).
  * @return 0; 4 when scratch memory could not be allocated (no plane written);
  *         32 when dst_width < src_width or dst_height < src_height, a source
- *         extent is above 65532, or a plane array or one of its first
- *         num_planes entries is null (nothing allocated or written).
+ *         extent is above 65532, or (num_planes above 0) a plane array or
+ *         one of its first num_planes entries is null (nothing allocated or
+ *         written).
  *
  * Values are clamped to [-255, 65535] (NaN becomes -255). A destination
  * extent of 1 takes the single source sample of that axis. A source extent
@@ -326,7 +327,8 @@ EJ_CMC_API uint32_t resize_2d_array_uint32(const uint32_t *src, int32_t src_widt
 /**
  * Bilinear resize of floats: positions i * (src - 1) / (dst - 1) computed per
  * index in single precision, the upper neighbour clamped to the last sample,
- * the result not rounded.
+ * the result not rounded. The truncated position is a 16-bit index: on a
+ * source of more than 65536 rows it wraps, with a fraction above 1.
  * @param src source samples.
  * @param src_width source width, at least 2.
  * @param src_height source height, at least 2.

@@ -142,9 +142,11 @@ uint32_t resize_fixed_point_strided(const T *src, int32_t src_width, int32_t src
 }
 
 // Float axis: index of a position computed from the output index, the upper
-// neighbour clamped to the last sample. The lower index is limited to the
-// last sample as well, which single-precision rounding of the last position
-// could otherwise pass for extents far beyond 16 bits.
+// neighbour clamped to the last sample. The lower index is the truncated
+// position taken as an unsigned 16-bit value, so on an axis of more than
+// 65536 samples (only the height can be) it wraps, and the fraction
+// y - y0 then exceeds 1; the wrapped index stays inside the source. The limit
+// to the last sample is kept as a guard.
 struct float_axis {
     uint32_t i0;
     uint32_t i1;
@@ -154,7 +156,7 @@ struct float_axis {
 inline float_axis float_axis_at(uint32_t i, float scale, uint32_t extent)
 {
     const float pos = float(i) * scale;
-    uint32_t i0 = uint32_t(std::trunc(pos));
+    uint32_t i0 = uint16_t(uint32_t(std::trunc(pos)));
     if (i0 > extent - 1)
         i0 = extent - 1;
     const float f = pos - float(i0);

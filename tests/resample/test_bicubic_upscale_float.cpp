@@ -125,6 +125,25 @@ TEST(BicubicUpscale, BufferMatchesTheReference)
     }
 }
 
+TEST(BicubicUpscale, FloatBufferCornersFollowTheirFusedForm)
+{
+    // Float samples of mixed magnitude: the corners' fused doublings round
+    // differently from the plain mean of the two extrapolations.
+    std::mt19937 rng(6);
+    std::uniform_real_distribution<float> mantissa(-1.0f, 1.0f);
+    std::uniform_int_distribution<int> exponent(-10, 10);
+    for (int trial = 0; trial < 200; ++trial) {
+        const int w = 2 + trial % 5, h = 2 + trial / 5 % 5;
+        std::vector<float> src(static_cast<size_t>(w) * h);
+        for (auto &s : src)
+            s = std::ldexp(mantissa(rng), exponent(rng));
+        std::vector<float> buffer(bicubic_buffer_floats(w, h), kUntouched);
+        create_buffer_for_bicubic_float(src.data(), buffer.data(), w, h);
+        ASSERT_EQ(bicubic_ref::bits(buffer), bicubic_ref::bits(bicubic_ref::padded(src, w, h)))
+            << w << "x" << h << " trial " << trial;
+    }
+}
+
 TEST(BicubicUpscale, FracBitsAreTakenModulo32)
 {
     const std::vector<uint16_t> src = {1024, 2048, 3072, 4096};
@@ -252,6 +271,8 @@ TEST(BicubicUpscale, NothingToDoReturnsZero)
     const uint8_t *in[1] = {src.data()};
     float *dst[1] = {out.data()};
     EXPECT_EQ(image_bicubic_upscale_uint8_to_float(in, dst, 4, 4, 4, 4, 0), 0u); // no plane
+    EXPECT_EQ(image_bicubic_upscale_uint8_to_float(nullptr, nullptr, 4, 4, 4, 4, 0), 0u);
+    EXPECT_EQ(image_bicubic_upscale_uint16_to_float(nullptr, nullptr, 4, 4, 4, 4, 0), 0u);
     EXPECT_EQ(image_bicubic_upscale_uint8_to_float(in, dst, 0, 4, 4, 4, 1), 0u); // no column
     EXPECT_EQ(image_bicubic_upscale_uint8_to_float(in, dst, 4, 0, 4, 4, 1), 0u); // no row
     EXPECT_EQ(untouched_count(out), out.size());

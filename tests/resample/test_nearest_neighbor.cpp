@@ -91,12 +91,14 @@ void PrintTo(const Shape &s, std::ostream *os)
     *os << s.sw << "x" << s.sh << "->" << s.dw << "x" << s.dh;
 }
 
-// Enlargements, reductions, equal extents, and extents where the rules alone
+// Enlargements, reductions, equal extents, extents where the rules alone
 // would pass the last sample (1 -> 280, 2 -> 397 for 16.16; 14 -> 13 and
-// 3000 -> 1237 for the float ratio).
+// 3000 -> 1237 for the float ratio), and 4 -> 28, 5 -> 35, where an interior
+// t rounds to 3.0000002 (the tolerant rule picks 2, the exact one 3).
 const Shape kShapes[] = {{3, 3, 3, 3},   {4, 4, 2, 2},     {2, 2, 4, 4},  {7, 5, 3, 11},
                          {5, 3, 21, 2},  {14, 13, 13, 14}, {2, 3, 397, 5}, {16, 9, 7, 4},
-                         {640, 3, 1237, 2}, {3000, 2, 1237, 3}, {1000, 2, 1023, 2}};
+                         {640, 3, 1237, 2}, {3000, 2, 1237, 3}, {1000, 2, 1023, 2},
+                         {4, 5, 28, 35}};
 
 class NearestShapes : public ::testing::TestWithParam<Shape> {};
 

@@ -74,7 +74,8 @@ std::vector<T> bilinear_ref(const std::vector<T> &src, uint32_t sw, uint32_t sh,
     return bilinear_ref(src, sw, 0, 0, sw, sh, dw, dh);
 }
 
-// The float member's formula, position per index, upper neighbour clamped.
+// The float member's formula, position per index, upper neighbour clamped;
+// the truncated position is an unsigned 16-bit index.
 std::vector<float> float_ref(const std::vector<float> &src, uint32_t sw, uint32_t sh, uint32_t dw,
                              uint32_t dh)
 {
@@ -83,7 +84,7 @@ std::vector<float> float_ref(const std::vector<float> &src, uint32_t sw, uint32_
     std::vector<float> out;
     for (uint32_t i = 0; i < dh; ++i) {
         const float y = float(i) * scale_y;
-        const uint32_t y0 = uint32_t(y), y1 = y0 + 1 < sh ? y0 + 1 : y0;
+        const uint32_t y0 = uint32_t(y) & 0xFFFFu, y1 = y0 + 1 < sh ? y0 + 1 : y0;
         const float fy = y - float(y0);
         for (uint32_t j = 0; j < dw; ++j) {
             const float x = float(j) * scale_x;
@@ -276,6 +277,16 @@ TEST(Resize2dArray, FloatWorkedExamples)
     Guarded<float> three(6);
     ASSERT_EQ(resize_2d_array_float(two.data(), 2, 2, three.data(), 3, 2), 0u);
     EXPECT_EQ(three.values(), (std::vector<float>{1.0f, 2.5f, 4.0f, 1.0f, 2.5f, 4.0f}));
+
+    // 65538 rows -> 3: the last row's position 65537 truncates to the 16-bit
+    // index 1, with fraction 65536 (rows 1 and 2 hold 1 and 2 in column 0).
+    std::vector<float> tall(2 * 65538, 0.0f);
+    tall[2] = 1.0f;
+    tall[4] = 2.0f;
+    Guarded<float> out(6);
+    ASSERT_EQ(resize_2d_array_float(tall.data(), 2, 65538, out.data(), 2, 3), 0u);
+    EXPECT_EQ(out.values()[4], 65537.0f); // 1 * (1 - 65536) + 2 * 65536
+    EXPECT_TRUE(same_bits(out.values(), float_ref(tall, 2, 65538, 2, 3)));
 }
 
 TEST(Resize2dArray, CropWorkedExamples)
