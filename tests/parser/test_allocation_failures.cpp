@@ -1,11 +1,15 @@
 // Every allocation of a parse made to fail in turn: each failure ends in its
-// documented result, and the sanitizer build proves nothing leaks.
+// documented result, costs at most the slots of the one record it hit, and
+// the sanitizer build proves nothing leaks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 
 #include "allocation.h"
 #include "diag_recorder.h"
+#include "ej_log.h"
+#include "failure_injection.h"
 #include "kelb_builder.h"
 #include "sample_module.h"
 #include "slots.h"
@@ -14,10 +18,28 @@ using namespace ejtest;
 
 namespace {
 
-struct FailureInjection {
-    explicit FailureInjection(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailureInjection() { cmc_alloc_fail_at(0); }
+bool allocation_failure(const cmc_diag_event &e)
+{
+    return e.reason == CMC_DIAG_NO_MEMORY || e.reason == CMC_DIAG_COPY_NO_MEMORY;
+}
+
+// Drops the library's log lines while in scope.
+struct QuietLog {
+    QuietLog() { ej_log_set_sink([](int, const char *, void *) {}, nullptr); }
+    ~QuietLog() { ej_log_set_sink(nullptr, nullptr); }
 };
+
+// The slots a parse of the sample without its records of that id fills.
+std::vector<int> filled_without(uint16_t id, const Bytes &nvm)
+{
+    std::vector<Bytes> records;
+    for (const Bytes &r : sample_records()) {
+        if (get_u16(r.data() + 6) != id)
+            records.push_back(r);
+    }
+    auto run = parse(make_container(records), nvm);
+    return run->parsed != nullptr ? filled_slots(run->parsed.get()) : std::vector<int>{};
+}
 
 } // namespace
 
@@ -33,12 +55,23 @@ TEST(AllocationFailure, EveryAllocationOfTheSampleParse)
         ASSERT_NE(parse(container, nvm)->parsed, nullptr);
         allocations = cmc_alloc_count();
     }
-    ASSERT_GT(allocations, 10u);
+    ASSERT_GT(allocations, 100u); // every decoder of the sample allocates
 
+    // An id-27 element buffer that fails is reported by the bounded copy's
+    // log line: kept out of the test output.
+    QuietLog quiet;
+
+    std::map<uint16_t, std::vector<int>> floor; // by the id of the record hit
+    // The id-34 form built after the walk: only slot 57 is lost.
+    floor[34] = all;
+    floor[34].erase(std::find(floor[34].begin(), floor[34].end(), 57));
     for (uint64_t k = 1; k <= allocations; ++k) {
         DiagRecorder diag;
-        FailureInjection fail(k);
-        auto run = parse(container, nvm);
+        std::unique_ptr<ParseRun> run;
+        {
+            FailureInjection fail(k);
+            run = parse(container, nvm);
+        }
         if (k == 1) { // the result itself
             EXPECT_EQ(run->parsed, nullptr);
             EXPECT_TRUE(diag.saw(CMC_DIAG_CONTAINER_NO_MEMORY));
@@ -46,10 +79,19 @@ TEST(AllocationFailure, EveryAllocationOfTheSampleParse)
         }
         ASSERT_NE(run->parsed, nullptr) << k;
         const std::vector<int> filled = filled_slots(run->parsed.get());
-        // One record lost at most, and only the slots of its own group.
-        EXPECT_LT(filled.size(), all.size()) << k;
         EXPECT_TRUE(std::includes(all.begin(), all.end(), filled.begin(), filled.end())) << k;
-        EXPECT_TRUE(diag.saw(CMC_DIAG_COPY_NO_MEMORY) || diag.saw(CMC_DIAG_NO_MEMORY)) << k;
+        // One allocation failed: one record reports it.
+        const auto failures = std::count_if(diag.events().begin(), diag.events().end(),
+                                            allocation_failure);
+        ASSERT_EQ(failures, 1) << k;
+        const uint16_t id =
+            std::find_if(diag.events().begin(), diag.events().end(), allocation_failure)->id;
+        if (floor.count(id) == 0)
+            floor[id] = filled_without(id, nvm);
+        // Structures kept in part (ids 22, 27) and the id-10 grids standing in
+        // for a failed id-28 record lose no slot at all.
+        EXPECT_TRUE(std::includes(filled.begin(), filled.end(), floor[id].begin(), floor[id].end()))
+            << k << " hit id " << id;
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include "derived_array_records.h"
 #include "diag_recorder.h"
 #include "failure_injection.h"
 #include "ej_log.h"
@@ -29,46 +30,6 @@ const Params kDefaults = {0, 1, 250, 1000};
 Params params(const cmc_parsed_data *p)
 {
     return {p->rec_13_params[0], p->rec_13_params[1], p->rec_13_params[2], p->rec_13_params[3]};
-}
-
-// Id 13 with n = 3 values 11, 12, 13 at 72, then the u16 5, 6, 7, 8 at 78.
-Bytes rec_13(uint8_t version, uint32_t total)
-{
-    ByteWriter w;
-    w.fill(62, 0x13).u16(3).u16(11).u16(12).u16(13).u16(5).u16(6).u16(7).u16(8);
-    return make_record_sized(13, version, w.take(), total);
-}
-
-Bytes rec_14(uint16_t start, uint16_t end, uint16_t step, uint32_t total)
-{
-    return make_record_sized(14, 100, ByteWriter().u16(start).u16(end).u16(step).fill(64, 0x14).take(),
-                             total);
-}
-
-struct Curve {
-    uint16_t value;
-    std::vector<uint16_t> first, second;
-};
-// Id 15: A rows in each of tables a, b, c, B rows in d (row i of table t
-// filled with 0x10·t + i), then k and the curves.
-Bytes rec_15(uint16_t a, uint16_t b, const std::vector<Curve> &curves)
-{
-    ByteWriter w;
-    w.u16(a).u16(b);
-    for (int t = 0; t < 4; ++t)
-        for (int i = 0; i < (t < 3 ? a : b); ++i)
-            w.fill(8, uint8_t(0x10 * t + i));
-    w.u16(uint16_t(curves.size()));
-    for (const Curve &c : curves) {
-        w.fill(8, 0xc0).u16(c.value).u16(uint16_t(c.first.size()));
-        for (uint16_t v : c.first)
-            w.u16(v);
-        for (uint16_t v : c.second)
-            w.u16(v);
-    }
-    const size_t length = 8 + w.size();
-    w.pad_to(((length + 7) & ~size_t(7)) - 8);
-    return make_record(15, 100, w.take());
 }
 
 const std::vector<Curve> kCurves = {{7, {1, 2, 3}, {4, 5, 6}}, {8, {}, {}}, {9, {10}, {20}}};

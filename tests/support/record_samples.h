@@ -49,7 +49,14 @@ Bytes sample_at(const SampleRecord &s, uint32_t len);
 // grid and sample.
 uint16_t grid_sample(uint32_t set, uint32_t grid, uint32_t index);
 
-// The payload (from offset 8) of a pattern-form record (ids 28 and 33): map, counts, then num_sets sets of
+// 22-byte set headers of the pattern forms: id 28 (set_id, parameters p0,
+// -p0, 0.25, 4.0, stored grid bits) and id 33 (set_id, 0-based NVM table
+// number, parameters p0, 2·p0, 3·p0, 4·p0, stored grid bits).
+Bytes header28(uint32_t set_id, float p0, uint16_t stored_bits);
+Bytes header33(uint16_t set_id, uint16_t table, float p0, uint16_t stored_bits);
+
+// The payload (from offset 8) of a pattern-form record (ids 28 and 33): map,
+// counts, then num_sets sets of
 // set_header (22 bytes, built by the caller per set) and G grids of
 // grid_sample values.
 Bytes pattern_payload(const std::vector<int8_t> &map, uint16_t num_sets, uint16_t w,

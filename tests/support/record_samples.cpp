@@ -27,16 +27,6 @@ int grid_count(const std::vector<int8_t> &map)
     return g;
 }
 
-Bytes header28(uint32_t set_id, float p0, uint16_t stored_bits)
-{
-    return ByteWriter().u32(set_id).f32(p0).f32(-p0).f32(0.25f).f32(4.0f).u16(stored_bits).take();
-}
-Bytes header33(uint16_t set_id, uint16_t table, float p0, uint16_t stored_bits)
-{
-    return ByteWriter().u16(set_id).u16(table).f32(p0).f32(2 * p0).f32(3 * p0).f32(4 * p0)
-        .u16(stored_bits).take();
-}
-
 Bytes wfov_payload()
 {
     ByteWriter w;
@@ -140,6 +130,17 @@ std::vector<SampleRecord> build_samples()
 }
 
 } // namespace
+
+Bytes header28(uint32_t set_id, float p0, uint16_t stored_bits)
+{
+    return ByteWriter().u32(set_id).f32(p0).f32(-p0).f32(0.25f).f32(4.0f).u16(stored_bits).take();
+}
+
+Bytes header33(uint16_t set_id, uint16_t table, float p0, uint16_t stored_bits)
+{
+    return ByteWriter().u16(set_id).u16(table).f32(p0).f32(2 * p0).f32(3 * p0).f32(4 * p0)
+        .u16(stored_bits).take();
+}
 
 Bytes pattern_payload(const std::vector<int8_t> &map, uint16_t num_sets, uint16_t w,
                       uint16_t h, const std::vector<Bytes> &set_headers)
