@@ -12,7 +12,7 @@ run_suite() {
     local dir=$1
     shift
     echo "== $dir: configure and build"
-    cmake -S . -B "$dir" -DEJ_WERROR=ON "$@" >/dev/null
+    cmake -S . -B "$dir" -DEJ_WERROR=ON -DEJ_BUILD_TESTS=ON "$@" >/dev/null
     cmake --build "$dir" -j"$jobs"
     echo "== $dir: tests"
     ctest --test-dir "$dir" -j"$jobs" --output-on-failure
