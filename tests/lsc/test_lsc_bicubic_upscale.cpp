@@ -10,15 +10,13 @@
 
 #include "../resample/bicubic_reference.h"
 #include "allocation.h"
+#include "failure_injection.h"
 #include "ej_cmc_lsc.h"
 #include "ej_nvm.h"
 
 namespace {
 
-struct FailureInjection {
-    explicit FailureInjection(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailureInjection() { cmc_alloc_fail_at(0); }
-};
+using ejtest::FailureInjection;
 
 struct TablesDeleter {
     void operator()(computed_lsc_tables *t) const { deinit_computed_upscale_lsc_tables(t); }

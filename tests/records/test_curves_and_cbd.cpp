@@ -77,7 +77,7 @@ TEST(CompandCurves, AnyAllocationFailureEmptiesBothSlots)
     const Bytes record = sample_at(sample(35), 44);
     for (uint64_t k = 1; k <= 8; ++k) {
         Parsed parsed = empty_parsed();
-        FailAllocationAt fail(k);
+        FailureInjection fail(k);
         ASSERT_EQ(decode(parsed.get(), record), 0u);
         EXPECT_EQ(parsed->pipe_compand, nullptr) << k;
         EXPECT_EQ(parsed->pipe_decompand, nullptr) << k;

@@ -107,7 +107,7 @@ TEST(ValueTable, AFailedRecordAlsoReleasesAnEarlierTable)
     EXPECT_EQ(parsed->value_table, nullptr);
     ASSERT_EQ(decode(parsed.get(), sample_at(s, s.full)), 0u);
     {
-        FailAllocationAt fail(2); // the entry array
+        FailureInjection fail(2); // the entry array
         EXPECT_EQ(decode(parsed.get(), sample_at(s, s.full)), uint32_t(CMC_PARSE_NO_MEMORY));
     }
     EXPECT_EQ(parsed->value_table, nullptr);
@@ -138,7 +138,7 @@ TEST(BlockRecord, KeepsTheRecordWithViewsAndBlockCopies)
     }
     // Without memory for the entries the record and its values view stay.
     Parsed parsed = empty_parsed();
-    FailAllocationAt fail(1);
+    FailureInjection fail(1);
     ASSERT_EQ(decode(parsed.get(), sample_at(s, s.full)), 0u);
     EXPECT_EQ(filled_slots(parsed.get()), (std::vector<int>{46, 47}));
 }
@@ -218,7 +218,7 @@ TEST(PlaneGridSet, ElementLengthsWhoseTotalWrapsIn64BitsAreTooShort)
             ByteWriter().fill(16, 0).u16(65535).u16(65281).u16(34944).u16(61696).take();
         Parsed parsed = empty_parsed();
         DiagRecorder diag;
-        FailAllocationAt count(0);
+        FailureInjection count(0);
         ASSERT_EQ(decode(parsed.get(), make_record_sized(27, version, payload, size)), 0u);
         EXPECT_EQ(parsed->plane_grid_set, nullptr);
         EXPECT_TRUE(diag.saw(CMC_DIAG_TOO_SHORT));
@@ -258,7 +258,7 @@ TEST(PlaneGridSet, PlanelessRecordsWithHugeExtentsAreKeptWithoutPlaneBuffers)
                                   .fill(20, 3).take();
         Parsed parsed = empty_parsed();
         DiagRecorder diag;
-        FailAllocationAt count(0);
+        FailureInjection count(0);
         ASSERT_EQ(decode(parsed.get(), make_record(27, 100, payload)), 0u);
         const cmc_plane_grid_set *set = parsed->plane_grid_set;
         ASSERT_NE(set, nullptr);
@@ -290,7 +290,7 @@ TEST(PlaneGridSet, AFailedElementAllocationLeavesANullPointerAndGoesOn)
         g_log_lines.clear();
         ej_log_set_sink(capture, nullptr);
         {
-            FailAllocationAt fail(k);
+            FailureInjection fail(k);
             ASSERT_EQ(decode(parsed.get(), sample_at(s, s.full)), 0u);
         }
         ej_log_set_sink(nullptr, nullptr);

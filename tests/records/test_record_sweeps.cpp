@@ -76,7 +76,7 @@ TEST_P(StructuredRecord, EveryAllocationFailureEndsCleanly)
     uint64_t allocations;
     {
         Parsed parsed = empty_parsed();
-        FailAllocationAt none(0);
+        FailureInjection none(0);
         ASSERT_EQ(decode(parsed.get(), record), 0u);
         allocations = cmc_alloc_count();
     }
@@ -88,7 +88,7 @@ TEST_P(StructuredRecord, EveryAllocationFailureEndsCleanly)
         DiagRecorder diag;
         uint32_t status;
         {
-            FailAllocationAt fail(k);
+            FailureInjection fail(k);
             status = decode(parsed.get(), record);
         }
         if (s.id == 24) {

@@ -218,7 +218,7 @@ TEST(WfovDistortion, NegativeExtentsAreDroppedBeforeAllocating)
         c.elements = k.elements;
         Parsed parsed = empty_parsed();
         DiagRecorder diag;
-        FailAllocationAt count(0);
+        FailureInjection count(0);
         ASSERT_EQ(decode(parsed.get(), wfov_record(102, c)), 0u);
         EXPECT_EQ(parsed->geometric_distortion2_wfov != nullptr, k.kept) << k.w << " " << k.maps;
         if (!k.kept) {
@@ -260,7 +260,7 @@ TEST(WfovDistortion, EachAllocationFailureLeavesItsDocumentedResult)
         SCOPED_TRACE(::testing::Message() << "allocation " << k);
         Parsed parsed = empty_parsed();
         {
-            FailAllocationAt fail(k);
+            FailureInjection fail(k);
             ASSERT_EQ(decode(parsed.get(), record), 0u);
         }
         const cmc_geometric_distortion2_wfov *gd = parsed->geometric_distortion2_wfov;

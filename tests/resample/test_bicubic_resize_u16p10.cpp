@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "allocation.h"
+#include "failure_injection.h"
 #include "bicubic_internal.h"
 #include "bicubic_reference.h"
 #include "ej_cmc_resample.h"
@@ -17,10 +18,7 @@ namespace {
 
 constexpr uint16_t kUntouched = 0xBEEF;
 
-struct FailureInjection {
-    explicit FailureInjection(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailureInjection() { cmc_alloc_fail_at(0); }
-};
+using ejtest::FailureInjection;
 
 uint32_t resize_f(const std::vector<float> &src, int sh, int sw, std::vector<uint16_t> &dst, int dh,
                   int dw)

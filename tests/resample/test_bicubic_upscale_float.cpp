@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "allocation.h"
+#include "failure_injection.h"
 #include "bicubic_internal.h"
 #include "bicubic_reference.h"
 #include "ej_cmc_resample.h"
@@ -17,10 +18,7 @@ namespace {
 // A float no kernel writes: marks destination samples left untouched.
 const float kUntouched = std::nanf("0x5a5a");
 
-struct FailureInjection {
-    explicit FailureInjection(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailureInjection() { cmc_alloc_fail_at(0); }
-};
+using ejtest::FailureInjection;
 
 // Runs the 8- or 16-bit kernel on one plane of integer samples.
 template <typename Sample>

@@ -9,17 +9,10 @@
 #include <vector>
 
 #include "allocation.h"
+#include "failure_injection.h"
 #include "kelb_builder.h"
 
 namespace ejtest {
-
-// The k-th library allocation from construction on fails (1-based).
-struct FailAllocationAt {
-    explicit FailAllocationAt(uint64_t k) { cmc_alloc_fail_at(k); }
-    ~FailAllocationAt() { cmc_alloc_fail_at(0); }
-    FailAllocationAt(const FailAllocationAt &) = delete;
-    FailAllocationAt &operator=(const FailAllocationAt &) = delete;
-};
 
 struct FilledSlot {
     int slot;
