@@ -74,11 +74,13 @@ INSTANTIATE_TEST_SUITE_P(Dispatch, DispatchNoDecoder, ::testing::ValuesIn(ids_wi
 
 TEST(DispatchWalk, IdsFrom64UpNeverReachTheDecodersButId63Does)
 {
-    // Each would be a valid id-5 record if its id were read modulo anything.
+    // Ids 69 and 0x4005 would be valid id-5 records if read modulo anything;
+    // the odd sizes show that the walk steps over foreign records by size.
     std::vector<Bytes> records;
-    for (uint16_t id : {uint16_t(64), uint16_t(69), uint16_t(722), uint16_t(0x4005), uint16_t(65535)})
-        records.push_back(make_record_sized(id, 100, {}, 16));
-    records.push_back(make_record_sized(63, 100, {}, 24)); // at 24 + 5·16 = 104
+    const std::pair<uint16_t, uint32_t> foreign[] = {{64, 21}, {69, 16}, {722, 48}, {0x4005, 16}, {65535, 8}};
+    for (const auto &[id, size] : foreign)
+        records.push_back(make_record_sized(id, 100, {}, size));
+    records.push_back(make_record_sized(63, 100, {}, 24)); // at 24 + 109 = 133
     DiagRecorder diag;
     auto run = parse(make_container(records));
     ASSERT_NE(run->parsed, nullptr);
@@ -86,7 +88,7 @@ TEST(DispatchWalk, IdsFrom64UpNeverReachTheDecodersButId63Does)
     ASSERT_EQ(diag.events().size(), 1u);
     EXPECT_EQ(diag.events()[0].reason, CMC_DIAG_NO_DECODER);
     EXPECT_EQ(diag.events()[0].id, 63);
-    EXPECT_EQ(diag.events()[0].offset, 104u);
+    EXPECT_EQ(diag.events()[0].offset, 133u);
     EXPECT_EQ(diag.events()[0].size, 24u);
 }
 
