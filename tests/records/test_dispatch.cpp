@@ -150,34 +150,4 @@ TEST(DispatchWalk, EventsCarryEachRecordsOffsetInContainerOrder)
     EXPECT_EQ(diag.events()[0].offset, CMC_DIAG_NO_OFFSET);
 }
 
-TEST(DispatchWalk, EveryDecodedIdLandsInItsOwnSlot)
-{
-    // One minimal valid record per decoder, all in one container.
-    Bytes rec1 = make_record(1, 100, ByteWriter().zeros(16).cstr("n").take());
-    const std::vector<Bytes> records = {
-        rec1,
-        make_record_sized(2, 100, {}, 16),
-        make_record_sized(5, 100, {}, 16),
-        make_record_sized(6, 100, {}, 16),
-        make_record_sized(7, 100, {}, 16),
-        make_record_sized(8, 100, {}, 8),
-        make_record_sized(16, 100, {}, 16),
-        make_record_sized(17, 100, {}, 16),
-        make_record_sized(18, 100, {}, 16),
-        make_record_sized(19, 100, {}, 16),
-        make_record_sized(20, 100, {}, 16),
-        make_record_sized(21, 100, {}, 16),
-        make_record_sized(23, 100, {}, 24),
-        make_record_sized(37, 100, {}, 16)};
-    DiagRecorder diag;
-    auto run = parse(make_container(records));
-    ASSERT_NE(run->parsed, nullptr);
-    EXPECT_TRUE(diag.events().empty());
-    std::vector<int> expected = {0,  1,  4,  7,  8,  9,  10, 11, 29, 30, 31, 33,
-                                       34, 36, 37, 38, 39, 43, 45, 61, 64,
-                                       57}; // built from the id-19 and id-20 records
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(filled_slots(run->parsed.get()), expected);
-}
-
 } // namespace
