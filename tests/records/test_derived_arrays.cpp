@@ -186,6 +186,7 @@ TEST(Rec15, EveryLengthKeepsTablesAndAllOrNoneOfTheCurves)
     // 16 + 24 + 8 = 48, and the second curve running past the end takes the
     // first one with it.
     const std::pair<Bytes, uint32_t> records[] = {{rec_15(1, 0, {}), 40}, {rec_15(1, 1, kCurves), 48}};
+    ASSERT_EQ(records[0].first.size(), 40u);
     for (const auto &[full, tables_min] : records) {
         const Bytes payload(full.begin() + 8, full.end());
         for (uint32_t len = 8; len <= full.size(); ++len) {

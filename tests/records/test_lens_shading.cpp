@@ -143,12 +143,12 @@ TEST(LensShadingGrids, MapsNamingFewGridsStillSpanG)
         SCOPED_TRACE(c.what);
         Parsed parsed = decoded(pattern(c.id, c.map, c.n, c.w, c.h));
         if (c.id == 33) {
-            expect_grids(parsed->lens_shading_ratio, c.map, uint32_t(c.w) * c.h);
+            ASSERT_NO_FATAL_FAILURE(expect_grids(parsed->lens_shading_ratio, c.map, uint32_t(c.w) * c.h));
             EXPECT_EQ(parsed->lens_shading_ratio->header.size, c.size);
             continue;
         }
         const cmc_lens_shading4x4 *ls = parsed->lens_shading4x4;
-        expect_grids(ls, c.map, uint32_t(c.w) * c.h);
+        ASSERT_NO_FATAL_FAILURE(expect_grids(ls, c.map, uint32_t(c.w) * c.h));
         EXPECT_EQ(ls->header.size, c.size);
         for (uint32_t k = 0; k < c.n; ++k) {
             EXPECT_EQ(ls->sets[k].set_id, 0x01000000u + k);
@@ -217,7 +217,7 @@ TEST(LensShadingGrids, Id10IsConvertedToThePatternForm)
     const uint8_t *copy = nullptr;
     Parsed parsed = decoded(full("id10_v101"), &copy);
     const cmc_lens_shading4x4 *ls = parsed->lens_shading4x4;
-    expect_grids(ls, kMap2x2, 6);
+    ASSERT_NO_FATAL_FAILURE(expect_grids(ls, kMap2x2, 6));
     EXPECT_EQ(ls->header.size, 2u * 3 * 2 * 176 + 32);
     EXPECT_EQ(ls->sets[0].set_id, 21u);
     EXPECT_EQ(ls->sets[1].set_id, 22u);
@@ -307,7 +307,7 @@ TEST(LensShadingRatio, Id33IndexIsStoredNumberPlusOne)
         map, 3, 2, 1, {set_header_33(9, 0), set_header_33(0xfffe, 4), set_header_33(1, 65535)});
     Parsed parsed = decoded(make_record_sized(33, 100, payload, 128)); // 122 rounded
     const cmc_lens_shading_ratio *r = parsed->lens_shading_ratio;
-    expect_grids(r, map, 2);
+    ASSERT_NO_FATAL_FAILURE(expect_grids(r, map, 2));
     EXPECT_EQ(r->header.id, 33);
     EXPECT_EQ(r->sets[0].nvm_table_index, 1);
     EXPECT_EQ(r->sets[1].nvm_table_index, 5);
@@ -321,7 +321,7 @@ TEST(LensShadingRatio, Id11KeepsItsHeaderAndIndexAsStored)
 {
     Parsed parsed = decoded(full("id11_v101"));
     const cmc_lens_shading_ratio *r = parsed->lens_shading_ratio;
-    expect_grids(r, kMap2x2, 2);
+    ASSERT_NO_FATAL_FAILURE(expect_grids(r, kMap2x2, 2));
     EXPECT_EQ(r->header.size, 104u);
     EXPECT_EQ(r->header.version, 101);
     EXPECT_EQ(r->header.id, 11);
