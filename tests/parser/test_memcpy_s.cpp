@@ -23,52 +23,40 @@ struct LogCapture {
 };
 
 const char kDownsized[] = "memcpy_s: count(5) > destsz(4), downsizing count to destsz\n";
+const char kNull[] = "memcpy_s: nullptr received\n";
+
+TEST(MemcpyS, CopiesAtMostDestszAndLogsWhy)
+{
+    const uint8_t src[5] = {1, 2, 3, 4, 5};
+    struct Case {
+        const char *what;
+        bool null_dest, null_src;
+        size_t destsz, count;
+        std::vector<uint8_t> after; // dest[5], initially filled with 9
+        const char *line;           // the one log line, if any
+    };
+    const Case cases[] = {
+        {"exactly destsz", false, false, 4, 4, {1, 2, 3, 4, 9}, nullptr},
+        {"count over destsz", false, false, 4, 5, {1, 2, 3, 4, 9}, kDownsized},
+        {"null source zero-fills", false, true, 5, 3, {0, 0, 0, 9, 9}, nullptr},
+        {"null source, count over destsz", false, true, 4, 5, {0, 0, 0, 0, 9}, kDownsized},
+        {"null destination", true, false, 4, 2, {9, 9, 9, 9, 9}, kNull},
+        {"null destination and source", true, true, 0, 9, {9, 9, 9, 9, 9}, kNull},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        LogCapture log;
+        std::vector<uint8_t> dest(5, 9);
+        memcpy_s(c.null_dest ? nullptr : dest.data(), c.destsz, c.null_src ? nullptr : src, c.count);
+        EXPECT_EQ(dest, c.after);
+        if (c.line == nullptr) {
+            EXPECT_TRUE(log.lines.empty());
+            continue;
+        }
+        ASSERT_EQ(log.lines.size(), 1u);
+        EXPECT_EQ(log.lines[0], c.line);
+        EXPECT_EQ(log.channels[0], 0);
+    }
+}
 
 } // namespace
-
-TEST(MemcpyS, CopiesExactlyDestszSilently)
-{
-    LogCapture log;
-    uint8_t dest[4] = {0, 0, 0, 0};
-    const uint8_t src[4] = {1, 2, 3, 4};
-    memcpy_s(dest, 4, src, 4);
-    EXPECT_EQ(std::vector<uint8_t>(dest, dest + 4), std::vector<uint8_t>(src, src + 4));
-    EXPECT_TRUE(log.lines.empty());
-}
-
-TEST(MemcpyS, DownsizesAnOversizedCountAndSaysSo)
-{
-    LogCapture log;
-    uint8_t dest[5] = {0, 0, 0, 0, 0xee};
-    const uint8_t src[5] = {1, 2, 3, 4, 5};
-    memcpy_s(dest, 4, src, 5);
-    EXPECT_EQ(std::vector<uint8_t>(dest, dest + 5), (std::vector<uint8_t>{1, 2, 3, 4, 0xee}));
-    ASSERT_EQ(log.lines.size(), 1u);
-    EXPECT_EQ(log.lines[0], kDownsized);
-    EXPECT_EQ(log.channels[0], 0);
-}
-
-TEST(MemcpyS, NullSourceZeroFills)
-{
-    LogCapture log;
-    uint8_t dest[5] = {9, 9, 9, 9, 9};
-    memcpy_s(dest, 5, nullptr, 3);
-    EXPECT_EQ(std::vector<uint8_t>(dest, dest + 5), (std::vector<uint8_t>{0, 0, 0, 9, 9}));
-    EXPECT_TRUE(log.lines.empty());
-
-    memcpy_s(dest, 4, nullptr, 5);
-    EXPECT_EQ(std::vector<uint8_t>(dest, dest + 5), (std::vector<uint8_t>{0, 0, 0, 0, 9}));
-    ASSERT_EQ(log.lines.size(), 1u);
-    EXPECT_EQ(log.lines[0], kDownsized);
-}
-
-TEST(MemcpyS, NullDestinationOnlyLogs)
-{
-    LogCapture log;
-    const uint8_t src[2] = {1, 2};
-    memcpy_s(nullptr, 0, nullptr, 9);
-    memcpy_s(nullptr, 4, src, 2);
-    ASSERT_EQ(log.lines.size(), 2u);
-    EXPECT_EQ(log.lines[0], "memcpy_s: nullptr received\n");
-    EXPECT_EQ(log.lines[1], "memcpy_s: nullptr received\n");
-}

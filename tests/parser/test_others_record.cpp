@@ -73,48 +73,44 @@ TEST(OthersRecord, NothingFoundLeavesSlot63Empty)
     EXPECT_EQ(without->parsed->others, nullptr);
 }
 
-TEST(OthersRecord, TheSearchStopsWhereTheWalkWould)
+TEST(OthersRecord, TheSearchStopsWhereTheWalkWouldAndSkipsShortRecords)
 {
     struct Case {
         const char *name;
-        Bytes first; // placed before an otherwise valid others record
+        std::vector<Bytes> records;
+        Bytes trailing;
         cmc_diag_reason reason;
+        uint32_t offset;
     };
+    const Bytes rec5 = make_record(5, 100, Bytes(8, 5));
     const Case cases[] = {
-        {"size_zero", make_record_with_size(64, 100, Bytes(8, 0), 0), CMC_DIAG_WALK_RECORD_TOO_SMALL},
-        {"size_seven", make_record_with_size(64, 100, Bytes(8, 0), 7), CMC_DIAG_WALK_RECORD_TOO_SMALL},
-        {"past_end", make_record_with_size(64, 100, Bytes(8, 0), 4096), CMC_DIAG_WALK_RECORD_PAST_END},
+        // A record the walk would stop at, before an otherwise valid others record.
+        {"size_zero", {make_record_with_size(64, 100, Bytes(8, 0), 0), others(1, 1)}, {},
+         CMC_DIAG_WALK_RECORD_TOO_SMALL, 24},
+        {"size_seven", {make_record_with_size(64, 100, Bytes(8, 0), 7), others(1, 1)}, {},
+         CMC_DIAG_WALK_RECORD_TOO_SMALL, 24},
+        {"past_end", {make_record_with_size(64, 100, Bytes(8, 0), 4096), others(1, 1)}, {},
+         CMC_DIAG_WALK_RECORD_PAST_END, 24},
+        // Trailing bytes too few for a header.
+        {"trailing", {rec5}, Bytes(5, 0), CMC_DIAG_WALK_RECORD_PAST_END, 40},
+        // An others record too short for its entries is not summarized.
+        {"two_of_three", {others(1, 2, 3)}, {}, CMC_DIAG_TOO_SHORT, 24},
+        {"no_count", {make_record_sized(722, 100, {}, 15)}, {}, CMC_DIAG_TOO_SHORT, 24},
+        {"fifteen_of_forty", {others(1, 15, 40)}, {}, CMC_DIAG_TOO_SHORT, 24},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
-        auto run = parse(make_container({c.first, others(1, 1)}));
+        auto run = parse(make_container(c.records, Checksum::RuleA, c.trailing));
         ASSERT_NE(run->parsed, nullptr);
         DiagRecorder diag;
         ej_kelb_others_parser_init(&run->container_block, run->parsed.get());
         EXPECT_EQ(run->parsed->others, nullptr);
         ASSERT_EQ(diag.events().size(), 1u);
         EXPECT_EQ(diag.events()[0].reason, c.reason);
-        EXPECT_EQ(diag.events()[0].offset, 24u);
-    }
-    // Trailing bytes too few for a header end the search as well.
-    auto run = parse(make_container({make_record(5, 100, Bytes(8, 5))}, Checksum::RuleA, Bytes(5, 0)));
-    ASSERT_NE(run->parsed, nullptr);
-    DiagRecorder diag;
-    ej_kelb_others_parser_init(&run->container_block, run->parsed.get());
-    EXPECT_TRUE(diag.saw(CMC_DIAG_WALK_RECORD_PAST_END));
-}
-
-TEST(OthersRecord, ARecordTooShortForItsEntriesIsNotSummarized)
-{
-    for (const Bytes &r : {others(1, 2, 3), make_record_sized(722, 100, {}, 15), others(1, 15, 40)}) {
-        auto run = parse(make_container({r}));
-        ASSERT_NE(run->parsed, nullptr);
-        DiagRecorder diag;
-        ej_kelb_others_parser_init(&run->container_block, run->parsed.get());
-        EXPECT_EQ(run->parsed->others, nullptr);
-        ASSERT_EQ(diag.events().size(), 1u);
-        EXPECT_EQ(diag.events()[0].reason, CMC_DIAG_TOO_SHORT);
-        EXPECT_EQ(diag.events()[0].id, 722);
+        EXPECT_EQ(diag.events()[0].offset, c.offset);
+        if (c.reason == CMC_DIAG_TOO_SHORT) {
+            EXPECT_EQ(diag.events()[0].id, 722);
+        }
     }
 }
 

@@ -1,4 +1,5 @@
-// The record walk: order, skipping foreign ids, and where it stops.
+// The record walk: where it stops, and what it does with NVM data of any
+// shape. Order, foreign ids and repeated ids: records/test_dispatch.cpp.
 #include <gtest/gtest.h>
 
 #include "diag_recorder.h"
@@ -10,125 +11,44 @@ using namespace ejtest;
 
 namespace {
 
-Bytes rec5(uint8_t fill)
-{
-    return make_record(5, 100, Bytes(8, fill));
-}
+Bytes rec5() { return make_record(5, 100, Bytes(8, 1)); }
 
-Bytes rec7()
+TEST(Walk, StopsAtTheFirstUnwalkableRecord)
 {
-    return make_record(7, 100, Bytes(8, 0x77));
-}
-
-} // namespace
-
-TEST(Walk, ForeignIdsAreSteppedOverBySize)
-{
-    DiagRecorder diag;
-    auto run = parse(make_container({make_record(64, 100, Bytes(13, 1)), rec5(1),
-                                     make_record(722, 100, Bytes(40, 2)),
-                                     make_record(0xffff, 100, {}), rec7()}));
-    ASSERT_NE(run->parsed, nullptr);
-    EXPECT_NE(run->parsed->rec_5, nullptr);
-    EXPECT_NE(run->parsed->rec_7, nullptr);
-    EXPECT_TRUE(diag.events().empty());
-}
-
-TEST(Walk, Id63ReachesDispatchAndHasNoDecoder)
-{
-    DiagRecorder diag;
-    auto run = parse(make_container({make_record(63, 100, Bytes(8, 0))}));
-    ASSERT_NE(run->parsed, nullptr);
-    ASSERT_EQ(diag.events().size(), 1u);
-    EXPECT_EQ(diag.events()[0].reason, CMC_DIAG_NO_DECODER);
-    EXPECT_EQ(diag.events()[0].id, 63);
-    EXPECT_EQ(diag.events()[0].offset, 24u);
-}
-
-TEST(Walk, LaterRecordOfAnIdReplacesTheEarlierOne)
-{
-    auto run = parse(make_container({rec5(1), rec5(2)}));
-    ASSERT_NE(run->parsed, nullptr);
-    ASSERT_NE(run->parsed->rec_5, nullptr);
-    EXPECT_EQ(run->parsed->rec_5[8], 2);
-}
-
-TEST(Walk, KeptRecordsAreCopiesIndependentOfTheContainer)
-{
-    auto run = parse(make_container({rec5(9)}));
-    ASSERT_NE(run->parsed, nullptr);
-    const uint8_t *kept = run->parsed->rec_5;
-    EXPECT_TRUE(kept < run->container.data() || kept >= run->container.data() + run->container.size());
-    std::fill(run->container.begin(), run->container.end(), 0);
-    EXPECT_EQ(get_u32(kept), 16u);
-    EXPECT_EQ(kept[15], 9);
-}
-
-TEST(Walk, StopsAtARecordSmallerThanItsHeader)
-{
-    for (uint32_t bad_size : {0u, 1u, 7u}) {
+    struct Case {
+        const char *what;
+        std::vector<Bytes> records;
+        Bytes trailing;
+        cmc_diag_reason reason;
+        uint32_t size; // in the event: the bad size field or the leftover length
+    };
+    std::vector<Case> cases;
+    // A bad record padded to 8 bytes so that its header is readable, then a
+    // valid id-7 record the walk must not reach.
+    const Bytes rec7 = make_record(7, 100, Bytes(8, 0x77));
+    for (uint32_t bad : {0u, 1u, 7u})
+        cases.push_back({"smaller than a header", {rec5(), make_record_with_size(7, 100, {}, bad), rec7},
+                         {}, CMC_DIAG_WALK_RECORD_TOO_SMALL, bad});
+    for (uint32_t bad : {17u, 100u, 0xfffffff8u, 0xffffffffu})
+        cases.push_back({"past the end", {rec5(), make_record_with_size(7, 100, Bytes(8, 0), bad)}, {},
+                         CMC_DIAG_WALK_RECORD_PAST_END, bad});
+    cases.push_back({"foreign id past the end", {rec5(), make_record_with_size(900, 100, Bytes(8, 0), 64)},
+                     {}, CMC_DIAG_WALK_RECORD_PAST_END, 64});
+    for (uint32_t n = 1; n <= 7; ++n)
+        cases.push_back({"leftover shorter than a header", {rec5()}, Bytes(n, 0xee),
+                         CMC_DIAG_WALK_RECORD_PAST_END, n});
+    for (const Case &c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.what << ", size " << c.size);
         DiagRecorder diag;
-        // The bad record is padded to 8 bytes so that its header is readable.
-        auto run = parse(make_container(
-            {rec5(1), make_record_with_size(7, 100, {}, bad_size), rec7()}));
-        ASSERT_NE(run->parsed, nullptr) << bad_size;
+        auto run = parse(make_container(c.records, Checksum::RuleA, c.trailing));
+        ASSERT_NE(run->parsed, nullptr);
         EXPECT_NE(run->parsed->rec_5, nullptr);
         EXPECT_EQ(run->parsed->rec_7, nullptr) << "the walk must stop, not skip";
         ASSERT_EQ(diag.events().size(), 1u);
-        EXPECT_EQ(diag.events()[0].reason, CMC_DIAG_WALK_RECORD_TOO_SMALL);
+        EXPECT_EQ(diag.events()[0].reason, c.reason);
         EXPECT_EQ(diag.events()[0].offset, 24u + 16u);
-        EXPECT_EQ(diag.events()[0].size, bad_size);
+        EXPECT_EQ(diag.events()[0].size, c.size);
     }
-}
-
-TEST(Walk, StopsAtARecordRunningPastTheEnd)
-{
-    for (uint32_t bad_size : {17u, 100u, 0xfffffff8u, 0xffffffffu}) {
-        DiagRecorder diag;
-        auto run = parse(make_container({rec5(1), make_record_with_size(7, 100, Bytes(8, 0), bad_size)}));
-        ASSERT_NE(run->parsed, nullptr) << bad_size;
-        EXPECT_NE(run->parsed->rec_5, nullptr);
-        EXPECT_EQ(run->parsed->rec_7, nullptr);
-        ASSERT_EQ(diag.events().size(), 1u);
-        EXPECT_EQ(diag.events()[0].reason, CMC_DIAG_WALK_RECORD_PAST_END);
-        EXPECT_EQ(diag.events()[0].id, 7);
-    }
-}
-
-TEST(Walk, ForeignRecordRunningPastTheEndStopsTheWalkToo)
-{
-    DiagRecorder diag;
-    auto run = parse(make_container({make_record_with_size(900, 100, Bytes(8, 0), 64)}));
-    ASSERT_NE(run->parsed, nullptr);
-    EXPECT_TRUE(diag.saw(CMC_DIAG_WALK_RECORD_PAST_END));
-}
-
-TEST(Walk, LeftoverBytesShorterThanAHeaderEndTheWalk)
-{
-    for (size_t n = 1; n <= 7; ++n) {
-        DiagRecorder diag;
-        auto run = parse(make_container({rec5(1)}, Checksum::RuleA, Bytes(n, 0xee)));
-        ASSERT_NE(run->parsed, nullptr);
-        EXPECT_NE(run->parsed->rec_5, nullptr);
-        ASSERT_EQ(diag.events().size(), 1u) << n;
-        EXPECT_EQ(diag.events()[0].reason, CMC_DIAG_WALK_RECORD_PAST_END);
-        EXPECT_EQ(diag.events()[0].offset, 40u);
-        EXPECT_EQ(diag.events()[0].size, n);
-    }
-}
-
-TEST(Walk, DecodersSeeTheRecordsInContainerOrder)
-{
-    // Offsets in the events follow the records.
-    DiagRecorder diag;
-    auto run = parse(make_container({make_record(4, 100, {}), make_record(12, 100, Bytes(4, 0)),
-                                     make_record(0, 100, {})}));
-    ASSERT_NE(run->parsed, nullptr);
-    ASSERT_EQ(diag.events().size(), 3u);
-    EXPECT_EQ(diag.events()[0].offset, 24u);
-    EXPECT_EQ(diag.events()[1].offset, 32u);
-    EXPECT_EQ(diag.events()[2].offset, 44u);
-    EXPECT_EQ(filled_slots(run->parsed.get()), std::vector<int>{64});
 }
 
 TEST(Walk, NvmDataOfAnyShapeLeavesTheParseStanding)
@@ -136,7 +56,7 @@ TEST(Walk, NvmDataOfAnyShapeLeavesTheParseStanding)
     ejnvm::NvmBlob blob;
     blob.map = ejnvm::MapSection{};
     const Bytes good = ejnvm::write_nvm(blob);
-    Bytes container = make_container({rec5(3)});
+    Bytes container = make_container({rec5()});
     for (const Bytes &nvm : {good, Bytes{1, 2, 3}, Bytes(good.begin(), good.end() - 1)}) {
         auto run = parse(container, nvm);
         ASSERT_NE(run->parsed, nullptr);
@@ -147,3 +67,5 @@ TEST(Walk, NvmDataOfAnyShapeLeavesTheParseStanding)
     Parsed parsed(ej_cmc_parser_init_v1(&block, &empty_nvm));
     EXPECT_NE(parsed, nullptr);
 }
+
+} // namespace

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 
 #include "ej_kelb_parser.h"
 #include "kelb_builder.h"
@@ -123,7 +122,7 @@ namespace {
 
 struct Corruption {
     const char *name;
-    std::function<Bytes()> record;
+    Bytes record;
     int code;
 };
 
@@ -132,6 +131,7 @@ void PrintTo(const Corruption &c, std::ostream *os)
     *os << c.name;
 }
 
+// A record with a u64 (or, not wide, a u32) written at offset.
 Bytes patched(Bytes r, size_t offset, uint64_t v, bool wide = true)
 {
     if (wide)
@@ -141,46 +141,39 @@ Bytes patched(Bytes r, size_t offset, uint64_t v, bool wide = true)
     return r;
 }
 
-const std::vector<Corruption> &corruptions()
+std::vector<Corruption> corruptions()
 {
     constexpr uint32_t e0 = 32, e1 = 72, e2 = 112, e3 = 152; // elements of sample_34
-    static const std::vector<Corruption> all = {
-        {"rec31_below_fixed_part", [] { return make_record_sized(31, 100, {}, 23); }, EJ_KELB_ERR_TOO_SHORT},
-        {"rec34_below_fixed_part", [] { return make_record_sized(34, 100, {}, 16); }, EJ_KELB_ERR_TOO_SHORT},
-        {"rec31_count_without_reference",
-         [] { return patched(make_rec_31({entry31(1)}), 16, 0); }, EJ_KELB_ERR_COUNT},
-        {"rec31_reference_without_count",
-         [] { return patched(make_rec_31({entry31(1)}), 8, 0, false); }, EJ_KELB_ERR_COUNT},
-        {"rec31_entries_past_end",
-         [] { return patched(make_rec_31({entry31(1)}), 8, 2, false); }, EJ_KELB_ERR_OUT_OF_RANGE},
-        {"rec31_huge_count",
-         [] { return patched(make_rec_31({entry31(1)}), 8, 0xffffffff, false); }, EJ_KELB_ERR_OUT_OF_RANGE},
-        {"rec31_reference_into_header",
-         [] { return patched(make_rec_31({entry31(1), entry31(2)}), 16, 16); }, EJ_KELB_ERR_OUT_OF_RANGE},
-        {"rec31_reference_past_end",
-         [] { return patched(make_rec_31({entry31(1)}), 16, 1ull << 40); }, EJ_KELB_ERR_OUT_OF_RANGE},
-        {"rec31_reference_wraps",
-         [] { return patched(make_rec_31({entry31(1)}), 16, ~uint64_t(7)); }, EJ_KELB_ERR_OUT_OF_RANGE},
-        {"rec31_misaligned",
-         [] { return patched(make_rec_31({entry31(1), entry31(2)}), 16, 28); }, EJ_KELB_ERR_MISALIGNED},
-        {"rec34_elements_past_end", [] { return patched(sample_34(), 8, 8, false); }, EJ_KELB_ERR_OUT_OF_RANGE},
-        {"rec34_elements_misaligned", [] { return patched(sample_34(), 16, 36); }, EJ_KELB_ERR_MISALIGNED},
-        {"rec34_count_without_elements", [] { return patched(sample_34(), 16, 0); }, EJ_KELB_ERR_COUNT},
-        {"rec34_unknown_kind", [] { return patched(sample_34(), e1, 2, false); }, EJ_KELB_ERR_BAD_ELEMENT},
-        {"rec34_unknown_sub_type", [] { return patched(sample_34(), e1 + 4, 4, false); }, EJ_KELB_ERR_BAD_ELEMENT},
-        {"rec34_fixed_without_block", [] { return patched(sample_34(), e2 + 32, 0); }, EJ_KELB_ERR_BAD_ELEMENT},
-        {"rec34_fixed_block_past_end", [] { return patched(sample_34(), e2 + 32, 296); }, EJ_KELB_ERR_OUT_OF_RANGE},
-        {"rec34_list_with_stray_entries", [] { return patched(sample_34(), e1 + 16, 192); }, EJ_KELB_ERR_BAD_ELEMENT},
-        {"rec34_table_with_stray_fixed", [] { return patched(sample_34(), e3 + 32, 192); }, EJ_KELB_ERR_BAD_ELEMENT},
-        {"rec34_fixed_with_stray_values", [] { return patched(sample_34(), e2 + 24, 192); }, EJ_KELB_ERR_BAD_ELEMENT},
-        {"rec34_entries_past_end", [] { return patched(sample_34(), e0 + 8, 4, false); }, EJ_KELB_ERR_OUT_OF_RANGE},
-        {"rec34_values_without_reference", [] { return patched(sample_34(), e3 + 12, 1, false); }, EJ_KELB_ERR_COUNT},
-        {"rec34_list_values_misaligned", [] { return patched(sample_34(), e1 + 24, 260); }, EJ_KELB_ERR_MISALIGNED},
+    const Bytes one = make_rec_31({entry31(1)}), two = make_rec_31({entry31(1), entry31(2)});
+    const Bytes s34 = sample_34();
+    return {
+        {"rec31_below_fixed_part", make_record_sized(31, 100, {}, 23), EJ_KELB_ERR_TOO_SHORT},
+        {"rec34_below_fixed_part", make_record_sized(34, 100, {}, 16), EJ_KELB_ERR_TOO_SHORT},
+        {"rec31_count_without_reference", patched(one, 16, 0), EJ_KELB_ERR_COUNT},
+        {"rec31_reference_without_count", patched(one, 8, 0, false), EJ_KELB_ERR_COUNT},
+        {"rec31_entries_past_end", patched(one, 8, 2, false), EJ_KELB_ERR_OUT_OF_RANGE},
+        {"rec31_huge_count", patched(one, 8, 0xffffffff, false), EJ_KELB_ERR_OUT_OF_RANGE},
+        {"rec31_reference_into_header", patched(two, 16, 16), EJ_KELB_ERR_OUT_OF_RANGE},
+        {"rec31_reference_past_end", patched(one, 16, 1ull << 40), EJ_KELB_ERR_OUT_OF_RANGE},
+        {"rec31_reference_wraps", patched(one, 16, ~uint64_t(7)), EJ_KELB_ERR_OUT_OF_RANGE},
+        {"rec31_misaligned", patched(two, 16, 28), EJ_KELB_ERR_MISALIGNED},
+        {"rec34_elements_past_end", patched(s34, 8, 8, false), EJ_KELB_ERR_OUT_OF_RANGE},
+        {"rec34_elements_misaligned", patched(s34, 16, 36), EJ_KELB_ERR_MISALIGNED},
+        {"rec34_count_without_elements", patched(s34, 16, 0), EJ_KELB_ERR_COUNT},
+        {"rec34_unknown_kind", patched(s34, e1, 2, false), EJ_KELB_ERR_BAD_ELEMENT},
+        {"rec34_unknown_sub_type", patched(s34, e1 + 4, 4, false), EJ_KELB_ERR_BAD_ELEMENT},
+        {"rec34_fixed_without_block", patched(s34, e2 + 32, 0), EJ_KELB_ERR_BAD_ELEMENT},
+        {"rec34_fixed_block_past_end", patched(s34, e2 + 32, 296), EJ_KELB_ERR_OUT_OF_RANGE},
+        {"rec34_list_with_stray_entries", patched(s34, e1 + 16, 192), EJ_KELB_ERR_BAD_ELEMENT},
+        {"rec34_table_with_stray_fixed", patched(s34, e3 + 32, 192), EJ_KELB_ERR_BAD_ELEMENT},
+        {"rec34_fixed_with_stray_values", patched(s34, e2 + 24, 192), EJ_KELB_ERR_BAD_ELEMENT},
+        {"rec34_entries_past_end", patched(s34, e0 + 8, 4, false), EJ_KELB_ERR_OUT_OF_RANGE},
+        {"rec34_values_without_reference", patched(s34, e3 + 12, 1, false), EJ_KELB_ERR_COUNT},
+        {"rec34_list_values_misaligned", patched(s34, e1 + 24, 260), EJ_KELB_ERR_MISALIGNED},
         // The fourth element is the last one checked: a fault there still
         // rejects the record, though the first three were sound.
-        {"rec34_fault_in_last_element", [] { return patched(sample_34(), e3, 9, false); }, EJ_KELB_ERR_BAD_ELEMENT},
+        {"rec34_fault_in_last_element", patched(s34, e3, 9, false), EJ_KELB_ERR_BAD_ELEMENT},
     };
-    return all;
 }
 
 class KelbCorruption : public ::testing::TestWithParam<Corruption> {};
@@ -189,7 +182,7 @@ class KelbCorruption : public ::testing::TestWithParam<Corruption> {};
 
 TEST_P(KelbCorruption, IsRejectedWithItsCodeAndNothingWritten)
 {
-    HeapRecord r(GetParam().record());
+    HeapRecord r(GetParam().record);
     EXPECT_EQ(r.parse(), GetParam().code);
     EXPECT_EQ(r.now(), r.bytes);
 }

@@ -180,45 +180,37 @@ TEST(Rec15, TablesAndCurves)
     }
 }
 
-TEST(Rec15, NoCurvesNeedsFortyBytes)
-{
-    const Bytes full = rec_15(1, 0, {});
-    ASSERT_EQ(full.size(), 40u);
-    for (uint32_t len : {39u, 40u}) {
-        Parsed parsed = empty_parsed();
-        ASSERT_EQ(decode(parsed.get(), make_record_sized(15, 100, Bytes(full.begin() + 8, full.end()), len)), 0u);
-        if (len == 39) {
-            EXPECT_TRUE(filled_slots(parsed.get()).empty());
-            continue;
-        }
-        EXPECT_EQ(filled_slots(parsed.get()), kRec15All);
-        EXPECT_EQ(parsed->rec_15_curves->count, 0);
-        EXPECT_EQ(parsed->rec_15_curves->curves, nullptr);
-    }
-}
-
 TEST(Rec15, EveryLengthKeepsTablesAndAllOrNoneOfTheCurves)
 {
-    // The second curve running past the end takes the first one with it.
-    const Bytes full = rec_15(1, 1, kCurves);
-    const Bytes payload(full.begin() + 8, full.end());
-    for (uint32_t len = 8; len <= full.size(); ++len) {
-        SCOPED_TRACE(len);
-        Parsed parsed = empty_parsed();
-        DiagRecorder diag;
-        ASSERT_EQ(decode(parsed.get(), make_record_sized(15, 100, payload, len)), 0u);
-        const std::vector<int> filled = filled_slots(parsed.get());
-        if (len < 48) { // 16 + 24 + 8
-            EXPECT_TRUE(filled.empty());
-            EXPECT_TRUE(diag.saw(CMC_DIAG_TOO_SHORT));
-        } else if (len < full.size()) {
-            EXPECT_EQ(filled, kRec15Tables);
-            EXPECT_TRUE(diag.saw(CMC_DIAG_PART_TOO_SHORT));
-        } else {
-            EXPECT_EQ(filled, kRec15All);
-            EXPECT_TRUE(diag.events().empty());
+    // Without curves 40 bytes hold everything; with them the tables need
+    // 16 + 24 + 8 = 48, and the second curve running past the end takes the
+    // first one with it.
+    const std::pair<Bytes, uint32_t> records[] = {{rec_15(1, 0, {}), 40}, {rec_15(1, 1, kCurves), 48}};
+    ASSERT_EQ(records[0].first.size(), 40u);
+    for (const auto &[full, tables_min] : records) {
+        const Bytes payload(full.begin() + 8, full.end());
+        for (uint32_t len = 8; len <= full.size(); ++len) {
+            SCOPED_TRACE(::testing::Message() << "length " << len << " of " << full.size());
+            Parsed parsed = empty_parsed();
+            DiagRecorder diag;
+            ASSERT_EQ(decode(parsed.get(), make_record_sized(15, 100, payload, len)), 0u);
+            const std::vector<int> filled = filled_slots(parsed.get());
+            if (len < tables_min) {
+                EXPECT_TRUE(filled.empty());
+                EXPECT_TRUE(diag.saw(CMC_DIAG_TOO_SHORT));
+            } else if (len < full.size()) {
+                EXPECT_EQ(filled, kRec15Tables);
+                EXPECT_TRUE(diag.saw(CMC_DIAG_PART_TOO_SHORT));
+            } else {
+                EXPECT_EQ(filled, kRec15All);
+                EXPECT_TRUE(diag.events().empty());
+            }
         }
     }
+    Parsed parsed = empty_parsed();
+    ASSERT_EQ(decode(parsed.get(), records[0].first), 0u);
+    EXPECT_EQ(parsed->rec_15_curves->count, 0);
+    EXPECT_EQ(parsed->rec_15_curves->curves, nullptr);
 }
 
 TEST(Rec15, EveryAllocationFailureReleasesTheWholeSet)

@@ -152,15 +152,4 @@ TEST(FixedLayout, LaterRecordReplacesTheEarlierStructure)
     EXPECT_TRUE(diag.saw(CMC_DIAG_TOO_SHORT));
 }
 
-TEST(FixedLayout, ThroughTheWalkTheLastRecordWins)
-{
-    auto run = parse(make_container({with_u16(rec2(101, 24), 12, 11), make_record_sized(64, 100, {}, 8),
-                                     with_u16(rec2(100, 16), 12, 22)}));
-    ASSERT_NE(run->parsed, nullptr);
-    const Struct s = rec_2_bytes(run->parsed.get());
-    EXPECT_EQ(u16_at(s, 12), 22);
-    EXPECT_EQ(u16_at(s, 16), 22);
-    EXPECT_EQ(filled_slots(run->parsed.get()), (std::vector<int>{4, 64}));
-}
-
 } // namespace

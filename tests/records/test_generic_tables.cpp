@@ -30,18 +30,16 @@ bool filled_with(const uint8_t *p, size_t n, uint8_t v)
     return std::all_of(p, p + n, [&](uint8_t b) { return b == v; });
 }
 
-TEST(ValueTable, WithoutEntriesOnlyTheHeadIsKept)
+TEST(ValueTable, HeadEntriesAndValues)
 {
-    Parsed parsed = empty_parsed();
-    const Bytes record = make_record(24, 100, ByteWriter().fill(6, 0x11).u16(0).take());
-    ASSERT_EQ(decode(parsed.get(), record), 0u);
-    ASSERT_NE(parsed->value_table, nullptr);
-    EXPECT_EQ(std::memcmp(parsed->value_table->head, record.data(), 16), 0);
-    EXPECT_EQ(parsed->value_table->entries, nullptr);
-}
+    // Without entries only the head is kept.
+    Parsed empty = empty_parsed();
+    const Bytes head_only = make_record(24, 100, ByteWriter().fill(6, 0x11).u16(0).take());
+    ASSERT_EQ(decode(empty.get(), head_only), 0u);
+    ASSERT_NE(empty->value_table, nullptr);
+    EXPECT_EQ(std::memcmp(empty->value_table->head, head_only.data(), 16), 0);
+    EXPECT_EQ(empty->value_table->entries, nullptr);
 
-TEST(ValueTable, EntriesCarryTheirHeadsAndValues)
-{
     const SampleRecord &s = sample("id24");
     Parsed parsed = empty_parsed();
     const Bytes record = sample_at(s, s.full);

@@ -93,10 +93,7 @@ TEST(KelbCompleted, EachIdKeepsItsCompletedCopyAndALaterOneReplacesIt)
         EXPECT_EQ(diag.events()[0].reason, CMC_DIAG_REPLACED_EARLIER);
         EXPECT_EQ(filled_slots(parsed.get()).size(), 1u);
     }
-}
-
-TEST(KelbCompleted, Id31EntriesAreFollowedInPlace)
-{
+    // Id-31 entries are followed in place.
     Parsed parsed = empty_parsed();
     ASSERT_EQ(decode(parsed.get(), make_rec_31({entry31(7), entry31(8), entry31(9)})), 0u);
     const cmc_rec_31 *r = form31(parsed.get());

@@ -62,21 +62,49 @@ const SampleRecord &sample(const char *name)
     throw std::runtime_error(name);
 }
 
+// The record decoded into an empty result (status 0 expected).
+Parsed decoded(const Bytes &record, const uint8_t **copy = nullptr)
+{
+    Parsed parsed = empty_parsed();
+    EXPECT_EQ(decode(parsed.get(), record, copy), 0u);
+    return parsed;
+}
+Bytes full(const char *name)
+{
+    const SampleRecord &s = sample(name);
+    return sample_at(s, s.full);
+}
+
+// Every set of a decoded structure holds, at each position the map names, a
+// private copy of that grid of set k (grid_sample values), null elsewhere.
+template <typename Structure> void expect_grids(const Structure *st, const Map &map, uint32_t samples)
+{
+    ASSERT_NE(st, nullptr);
+    EXPECT_EQ(Map(st->grid_map, st->grid_map + 16), map);
+    for (uint32_t k = 0; k < st->num_sets; ++k) {
+        for (int i = 0; i < 16; ++i) {
+            SCOPED_TRACE(::testing::Message() << "set " << k << " position " << i);
+            if (map[i] < 0) {
+                EXPECT_EQ(st->sets[k].grids[i], nullptr);
+                continue;
+            }
+            expect_grid(st->sets[k].grids[i], k, uint32_t(map[i]), samples);
+            for (int j = 0; j < i; ++j)
+                EXPECT_NE(st->sets[k].grids[i], st->sets[k].grids[j]);
+        }
+    }
+}
+
 const Map kMap2x2 = map_of({{0, 0}, {1, 1}, {4, 2}, {5, 3}});
-constexpr int kPositions[4] = {0, 1, 4, 5};
 
 TEST(LensShadingGrids, Id28TakesHeaderMapCountsAndSets)
 {
-    const SampleRecord &s = sample("id28");
-    Parsed parsed = empty_parsed();
-    ASSERT_EQ(decode(parsed.get(), sample_at(s, s.full)), 0u);
+    Parsed parsed = decoded(full("id28"));
     const cmc_lens_shading4x4 *ls = parsed->lens_shading4x4;
     ASSERT_NE(ls, nullptr);
     EXPECT_EQ(ls->header.size, 176u);
     EXPECT_EQ(ls->header.version, 100);
     EXPECT_EQ(ls->header.id, 28);
-    const Map expected_map = {0, 1, -1, -1, 2, 3, -1, -1, -1, -1, -1, -1, -1, -1, -1, 1};
-    EXPECT_EQ(Map(ls->grid_map, ls->grid_map + 16), expected_map);
     EXPECT_EQ(ls->num_sets, 2);
     EXPECT_EQ(ls->grid_width, 3);
     EXPECT_EQ(ls->grid_height, 2);
@@ -89,64 +117,44 @@ TEST(LensShadingGrids, Id28TakesHeaderMapCountsAndSets)
     EXPECT_EQ(ls->sets[1].set_params[3], 4.0f);
     EXPECT_EQ(ls->sets[0].grid_bits, 12); // stored 4
     EXPECT_EQ(ls->sets[1].grid_bits, 16); // stored 0
-    for (uint32_t k = 0; k < 2; ++k) {
-        for (int i = 0; i < 16; ++i) {
-            if (expected_map[i] < 0) {
-                EXPECT_EQ(ls->sets[k].grids[i], nullptr);
-            } else {
-                expect_grid(ls->sets[k].grids[i], k, uint32_t(expected_map[i]), 6);
-            }
-        }
-    }
     // Positions 1 and 15 name grid 1: equal, separate copies.
-    EXPECT_NE(ls->sets[0].grids[1], ls->sets[0].grids[15]);
+    expect_grids(ls, {0, 1, -1, -1, 2, 3, -1, -1, -1, -1, -1, -1, -1, -1, -1, 1}, 6);
 }
 
-TEST(LensShadingGrids, AllNegativeMapMakesSetsOf22BytesWithoutGrids)
+TEST(LensShadingGrids, MapsNamingFewGridsStillSpanG)
 {
-    Parsed parsed = empty_parsed();
-    const Map none(16, -1);
-    // 32 + 2 * 22 = 76, rounded to 80.
-    ASSERT_EQ(decode(parsed.get(), pattern(28, none, 2, 5, 5)), 0u);
-    const cmc_lens_shading4x4 *ls = parsed->lens_shading4x4;
-    ASSERT_NE(ls, nullptr);
-    EXPECT_EQ(ls->header.size, 80u);
-    EXPECT_EQ(ls->sets[1].set_id, 0x01000001u); // read at offset 54
-    EXPECT_EQ(ls->sets[1].grid_bits, 15);
-    for (uint32_t k = 0; k < 2; ++k) {
-        for (uint16_t *grid : ls->sets[k].grids)
-            EXPECT_EQ(grid, nullptr);
-    }
-}
-
-TEST(LensShadingGrids, OnlyGrid3NamedStillSpansFourGrids)
-{
-    Parsed parsed = empty_parsed();
-    ASSERT_EQ(decode(parsed.get(), pattern(28, map_of({{6, 3}}), 2, 2, 1)), 0u);
-    const cmc_lens_shading4x4 *ls = parsed->lens_shading4x4;
-    ASSERT_NE(ls, nullptr);
-    EXPECT_EQ(ls->header.size, 112u); // 32 + 2 * (22 + 4 * 4) = 108, rounded
-    for (uint32_t k = 0; k < 2; ++k) {
-        expect_grid(ls->sets[k].grids[6], k, 3, 2);
-        for (int i = 0; i < 16; ++i) {
-            if (i != 6) {
-                EXPECT_EQ(ls->sets[k].grids[i], nullptr);
-            }
+    // Sets of 22 bytes without grids when no position names one; grid 3
+    // alone still spans four grids; one grid at three positions gets three
+    // copies. Set k's header stores k grid bits (16 - k) and, for id 28, the
+    // set id 0x01000000 + k (set 1 read at offset 54).
+    struct Case {
+        const char *what;
+        uint16_t id;
+        Map map;
+        uint16_t n, w, h;
+        uint32_t size;
+    };
+    const Case cases[] = {
+        {"all negative", 28, Map(16, -1), 2, 5, 5, 80},                       // 32 + 2 * 22 = 76
+        {"only grid 3", 28, map_of({{6, 3}}), 2, 2, 1, 112},                  // 32 + 2 * (22 + 4 * 4) = 108
+        {"grid 0 three times", 33, map_of({{0, 0}, {5, 0}, {10, 0}}), 1, 3, 3, 72}, // 32 + 22 + 18
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        Parsed parsed = decoded(pattern(c.id, c.map, c.n, c.w, c.h));
+        if (c.id == 33) {
+            ASSERT_NO_FATAL_FAILURE(expect_grids(parsed->lens_shading_ratio, c.map, uint32_t(c.w) * c.h));
+            EXPECT_EQ(parsed->lens_shading_ratio->header.size, c.size);
+            continue;
+        }
+        const cmc_lens_shading4x4 *ls = parsed->lens_shading4x4;
+        ASSERT_NO_FATAL_FAILURE(expect_grids(ls, c.map, uint32_t(c.w) * c.h));
+        EXPECT_EQ(ls->header.size, c.size);
+        for (uint32_t k = 0; k < c.n; ++k) {
+            EXPECT_EQ(ls->sets[k].set_id, 0x01000000u + k);
+            EXPECT_EQ(ls->sets[k].grid_bits, 16 - k);
         }
     }
-}
-
-TEST(LensShadingGrids, PositionsNamingOneGridGetSeparateCopies)
-{
-    Parsed parsed = empty_parsed();
-    ASSERT_EQ(decode(parsed.get(), pattern(33, map_of({{0, 0}, {5, 0}, {10, 0}}), 1, 3, 3)), 0u);
-    const cmc_lens_shading_ratio *r = parsed->lens_shading_ratio;
-    ASSERT_NE(r, nullptr);
-    expect_grid(r->sets[0].grids[0], 0, 0, 9);
-    expect_grid(r->sets[0].grids[5], 0, 0, 9);
-    expect_grid(r->sets[0].grids[10], 0, 0, 9);
-    EXPECT_NE(r->sets[0].grids[0], r->sets[0].grids[5]);
-    EXPECT_NE(r->sets[0].grids[5], r->sets[0].grids[10]);
 }
 
 struct SizeCase {
@@ -168,7 +176,10 @@ TEST_P(PatternSize, ExactRoundedLengthIsAcceptedOneByteLessIsNot)
         EXPECT_TRUE(filled_slots(parsed.get()).empty()) << id;
         EXPECT_TRUE(diag.saw(CMC_DIAG_TOO_SHORT));
         ASSERT_EQ(decode(parsed.get(), pattern(id, c.map, c.n, c.w, c.h)), 0u);
-        EXPECT_EQ(filled_slots(parsed.get()), std::vector<int>{id == 28 ? 53 : 56});
+        ASSERT_EQ(filled_slots(parsed.get()), std::vector<int>{id == 28 ? 53 : 56});
+        // No sets still give a set array.
+        EXPECT_NE(id == 28 ? (void *)parsed->lens_shading4x4->sets : (void *)parsed->lens_shading_ratio->sets,
+                  nullptr);
     }
 }
 
@@ -196,36 +207,18 @@ TEST(LensShadingGrids, LengthsThatWrapIn32BitsAreTooShort)
 
 TEST(LensShadingGrids, StoredGridBitsWrapAround)
 {
-    Parsed parsed = empty_parsed();
-    Bytes payload = pattern_payload(Map(16, -1), 1, 1, 1, {set_header_28(1, 17)});
-    ASSERT_EQ(decode(parsed.get(), make_record_sized(28, 100, payload, 56)), 0u);
+    Parsed parsed = decoded(make_record_sized(28, 100, pattern_payload(Map(16, -1), 1, 1, 1, {set_header_28(1, 17)}), 56));
     ASSERT_NE(parsed->lens_shading4x4, nullptr);
     EXPECT_EQ(parsed->lens_shading4x4->sets[0].grid_bits, 65535);
 }
 
-TEST(LensShadingGrids, NoSetsGiveAnEmptySetArray)
-{
-    Parsed parsed = empty_parsed();
-    ASSERT_EQ(decode(parsed.get(), pattern(28, kMap2x2, 0, 4, 4)), 0u);
-    ASSERT_NE(parsed->lens_shading4x4, nullptr);
-    EXPECT_EQ(parsed->lens_shading4x4->num_sets, 0);
-    EXPECT_NE(parsed->lens_shading4x4->sets, nullptr);
-    Parsed old_form = empty_parsed();
-    ASSERT_EQ(decode(old_form.get(), make_record(10, 100, payload_2x2(10, 4, 4, {}, {}))), 0u);
-    ASSERT_NE(old_form->lens_shading4x4, nullptr);
-    EXPECT_EQ(old_form->lens_shading4x4->header.size, 32u);
-}
-
 TEST(LensShadingGrids, Id10IsConvertedToThePatternForm)
 {
-    const SampleRecord &s = sample("id10_v101");
-    Parsed parsed = empty_parsed();
     const uint8_t *copy = nullptr;
-    ASSERT_EQ(decode(parsed.get(), sample_at(s, s.full), &copy), 0u);
+    Parsed parsed = decoded(full("id10_v101"), &copy);
     const cmc_lens_shading4x4 *ls = parsed->lens_shading4x4;
-    ASSERT_NE(ls, nullptr);
+    ASSERT_NO_FATAL_FAILURE(expect_grids(ls, kMap2x2, 6));
     EXPECT_EQ(ls->header.size, 2u * 3 * 2 * 176 + 32);
-    EXPECT_EQ(Map(ls->grid_map, ls->grid_map + 16), kMap2x2);
     EXPECT_EQ(ls->sets[0].set_id, 21u);
     EXPECT_EQ(ls->sets[1].set_id, 22u);
     // Q8.8 pairs and Q0.16 values, converted exactly.
@@ -237,11 +230,8 @@ TEST(LensShadingGrids, Id10IsConvertedToThePatternForm)
     EXPECT_EQ(ls->sets[1].set_params[1], 0.0f);
     EXPECT_EQ(ls->sets[1].set_params[2], 1.0f / 65536);
     EXPECT_EQ(ls->sets[1].set_params[3], 65535.0f / 65536);
-    for (uint32_t k = 0; k < 2; ++k) {
+    for (uint32_t k = 0; k < 2; ++k)
         EXPECT_EQ(ls->sets[k].grid_bits, 12);
-        for (uint32_t q = 0; q < 4; ++q)
-            expect_grid(ls->sets[k].grids[kPositions[q]], k, q, 6);
-    }
     EXPECT_EQ(parsed->lens_shading_record, copy);
     EXPECT_EQ(parsed->lens_shading_first_set, copy + 16);
     EXPECT_EQ(parsed->lens_shading_first_grid, copy + 24);
@@ -250,15 +240,17 @@ TEST(LensShadingGrids, Id10IsConvertedToThePatternForm)
 
 TEST(LensShadingGrids, MadeUpHeaderOfTwoSetsOf4By3Is4256Bytes)
 {
-    std::vector<Bytes> headers(2, Bytes(8, 0));
-    Parsed parsed = empty_parsed();
-    ASSERT_EQ(decode(parsed.get(), make_record(10, 100, payload_2x2(10, 4, 3, headers, {}))), 0u);
-    ASSERT_NE(parsed->lens_shading4x4, nullptr);
-    const kelb_record_header &h = parsed->lens_shading4x4->header;
-    EXPECT_EQ(h.size, 4256u);
-    EXPECT_EQ(h.version, 100);
-    EXPECT_EQ(h.reserved, 0);
-    EXPECT_EQ(h.id, 28);
+    // num_sets * w * h * 176 + 32; no sets give 32.
+    const std::pair<uint16_t, uint32_t> cases[] = {{2, 4256}, {0, 32}};
+    for (const auto &[n, size] : cases) {
+        Parsed parsed = decoded(make_record(10, 100, payload_2x2(10, 4, 3, std::vector<Bytes>(n, Bytes(8, 0)), {})));
+        ASSERT_NE(parsed->lens_shading4x4, nullptr);
+        const kelb_record_header &h = parsed->lens_shading4x4->header;
+        EXPECT_EQ(h.size, size);
+        EXPECT_EQ(h.version, 100);
+        EXPECT_EQ(h.reserved, 0);
+        EXPECT_EQ(h.id, 28);
+    }
 }
 
 TEST(LensShadingGrids, Id10WithoutRoomForItsPairsIsDecodedWithoutThem)
@@ -281,47 +273,41 @@ TEST(LensShadingGrids, Id10WithoutRoomForItsPairsIsDecodedWithoutThem)
 
 TEST(LensShadingGrids, Id28AlwaysReplacesId10OnlyFillsAnEmptySlot)
 {
-    const SampleRecord &old_form = sample("id10_v101");
-    const SampleRecord &pattern_form = sample("id28");
+    const Bytes old_form = full("id10_v101"), pattern_form = full("id28");
     {
         // Id 10 first: the id-28 structure replaces it, the raw views stay.
-        Parsed parsed = empty_parsed();
         const uint8_t *copy = nullptr;
-        ASSERT_EQ(decode(parsed.get(), sample_at(old_form, old_form.full), &copy), 0u);
+        Parsed parsed = decoded(old_form, &copy);
         DiagRecorder diag;
-        ASSERT_EQ(decode(parsed.get(), sample_at(pattern_form, pattern_form.full)), 0u);
+        ASSERT_EQ(decode(parsed.get(), pattern_form), 0u);
         EXPECT_TRUE(diag.saw(CMC_DIAG_REPLACED_EARLIER));
         EXPECT_EQ(parsed->lens_shading4x4->header.size, 176u);
         EXPECT_EQ(parsed->lens_shading_record, copy);
         EXPECT_EQ(parsed->lens_shading_set_params, copy + 128);
     }
-    {
-        // Id 28 first: id 10 sets its raw views and leaves the structure.
-        Parsed parsed = empty_parsed();
-        ASSERT_EQ(decode(parsed.get(), sample_at(pattern_form, pattern_form.full)), 0u);
-        const cmc_lens_shading4x4 *first = parsed->lens_shading4x4;
-        DiagRecorder diag;
-        const uint8_t *copy = nullptr;
-        ASSERT_EQ(decode(parsed.get(), sample_at(old_form, old_form.full), &copy), 0u);
-        EXPECT_TRUE(diag.saw(CMC_DIAG_SUPERSEDED));
-        EXPECT_EQ(parsed->lens_shading4x4, first);
-        EXPECT_EQ(parsed->lens_shading_record, copy);
-        EXPECT_EQ(parsed->lens_shading_first_grid, copy + 24);
-        // A short id-10 record then empties the raw views only.
-        ASSERT_EQ(decode(parsed.get(), sample_at(old_form, 127)), 0u);
-        EXPECT_EQ(filled_slots(parsed.get()), std::vector<int>{53});
-    }
+    // Id 28 first: id 10 sets its raw views and leaves the structure.
+    Parsed parsed = decoded(pattern_form);
+    const cmc_lens_shading4x4 *first = parsed->lens_shading4x4;
+    DiagRecorder diag;
+    const uint8_t *copy = nullptr;
+    ASSERT_EQ(decode(parsed.get(), old_form, &copy), 0u);
+    EXPECT_TRUE(diag.saw(CMC_DIAG_SUPERSEDED));
+    EXPECT_EQ(parsed->lens_shading4x4, first);
+    EXPECT_EQ(parsed->lens_shading_record, copy);
+    EXPECT_EQ(parsed->lens_shading_first_grid, copy + 24);
+    // A short id-10 record then empties the raw views only.
+    ASSERT_EQ(decode(parsed.get(), sample_at(sample("id10_v101"), 127)), 0u);
+    EXPECT_EQ(filled_slots(parsed.get()), std::vector<int>{53});
 }
 
 TEST(LensShadingRatio, Id33IndexIsStoredNumberPlusOne)
 {
     const Map map = map_of({{0, 0}, {3, 1}});
-    Parsed parsed = empty_parsed();
     const Bytes payload = pattern_payload(
         map, 3, 2, 1, {set_header_33(9, 0), set_header_33(0xfffe, 4), set_header_33(1, 65535)});
-    ASSERT_EQ(decode(parsed.get(), make_record_sized(33, 100, payload, 128)), 0u); // 122 rounded
+    Parsed parsed = decoded(make_record_sized(33, 100, payload, 128)); // 122 rounded
     const cmc_lens_shading_ratio *r = parsed->lens_shading_ratio;
-    ASSERT_NE(r, nullptr);
+    ASSERT_NO_FATAL_FAILURE(expect_grids(r, map, 2));
     EXPECT_EQ(r->header.id, 33);
     EXPECT_EQ(r->sets[0].nvm_table_index, 1);
     EXPECT_EQ(r->sets[1].nvm_table_index, 5);
@@ -329,23 +315,16 @@ TEST(LensShadingRatio, Id33IndexIsStoredNumberPlusOne)
     EXPECT_EQ(r->sets[1].set_id, 0xfffeu);
     EXPECT_EQ(r->sets[2].set_params[3], 4.0f);
     EXPECT_EQ(r->sets[2].grid_bits, 12);
-    for (uint32_t k = 0; k < 3; ++k) {
-        expect_grid(r->sets[k].grids[0], k, 0, 2);
-        expect_grid(r->sets[k].grids[3], k, 1, 2);
-    }
 }
 
 TEST(LensShadingRatio, Id11KeepsItsHeaderAndIndexAsStored)
 {
-    const SampleRecord &s = sample("id11_v101");
-    Parsed parsed = empty_parsed();
-    ASSERT_EQ(decode(parsed.get(), sample_at(s, s.full)), 0u);
+    Parsed parsed = decoded(full("id11_v101"));
     const cmc_lens_shading_ratio *r = parsed->lens_shading_ratio;
-    ASSERT_NE(r, nullptr);
+    ASSERT_NO_FATAL_FAILURE(expect_grids(r, kMap2x2, 2));
     EXPECT_EQ(r->header.size, 104u);
     EXPECT_EQ(r->header.version, 101);
     EXPECT_EQ(r->header.id, 11);
-    EXPECT_EQ(Map(r->grid_map, r->grid_map + 16), kMap2x2);
     const uint16_t index[3] = {1, 2, 0};
     for (uint32_t k = 0; k < 3; ++k) {
         EXPECT_EQ(r->sets[k].nvm_table_index, index[k]);
@@ -353,8 +332,6 @@ TEST(LensShadingRatio, Id11KeepsItsHeaderAndIndexAsStored)
         EXPECT_EQ(r->sets[k].grid_bits, 12);
         EXPECT_EQ(r->sets[k].set_params[0], float(2 * k + 1));   // Q8.8 pairs 0x0100, 0x0300, ...
         EXPECT_EQ(r->sets[k].set_params[1], float(2 * k + 2));
-        for (uint32_t q = 0; q < 4; ++q)
-            expect_grid(r->sets[k].grids[kPositions[q]], k, q, 2);
     }
     EXPECT_EQ(r->sets[0].set_params[2], 0.5f);
     EXPECT_EQ(r->sets[0].set_params[3], 2.0f / 65536);
@@ -378,30 +355,21 @@ TEST(LensShadingRatio, Id11WithoutRoomForItsPairsIsRejected)
 
 TEST(LensShadingRatio, Id33ReplacesId11FirstId11Wins)
 {
-    const SampleRecord &old_form = sample("id11_v101");
-    const SampleRecord &pattern_form = sample("id33");
-    {
-        Parsed parsed = empty_parsed();
-        ASSERT_EQ(decode(parsed.get(), sample_at(old_form, old_form.full)), 0u);
-        ASSERT_EQ(decode(parsed.get(), sample_at(pattern_form, pattern_form.full)), 0u);
-        EXPECT_EQ(parsed->lens_shading_ratio->header.id, 33);
-    }
-    {
-        Parsed parsed = empty_parsed();
-        ASSERT_EQ(decode(parsed.get(), sample_at(pattern_form, pattern_form.full)), 0u);
+    const Bytes old_form = full("id11_v101"), pattern_form = full("id33");
+    for (bool old_first : {true, false}) {
+        SCOPED_TRACE(old_first ? "id 11 first" : "id 33 first");
+        Parsed parsed = decoded(old_first ? old_form : pattern_form);
         DiagRecorder diag;
-        ASSERT_EQ(decode(parsed.get(), sample_at(old_form, old_form.full)), 0u);
-        EXPECT_TRUE(diag.saw(CMC_DIAG_SUPERSEDED));
+        ASSERT_EQ(decode(parsed.get(), old_first ? pattern_form : old_form), 0u);
+        EXPECT_TRUE(diag.saw(old_first ? CMC_DIAG_REPLACED_EARLIER : CMC_DIAG_SUPERSEDED));
         EXPECT_EQ(parsed->lens_shading_ratio->header.id, 33);
     }
-    {
-        Parsed parsed = empty_parsed();
-        ASSERT_EQ(decode(parsed.get(), sample_at(old_form, old_form.full)), 0u);
-        const cmc_lens_shading_ratio *first = parsed->lens_shading_ratio;
-        ASSERT_EQ(decode(parsed.get(), make_record_sized(11, 100, payload_2x2(11, 1, 1, {}, {}), 16)), 0u);
-        EXPECT_EQ(parsed->lens_shading_ratio, first);
-        EXPECT_EQ(first->num_sets, 3);
-    }
+    // Between two id-11 records the first stays.
+    Parsed parsed = decoded(old_form);
+    const cmc_lens_shading_ratio *first = parsed->lens_shading_ratio;
+    ASSERT_EQ(decode(parsed.get(), make_record_sized(11, 100, payload_2x2(11, 1, 1, {}, {}), 16)), 0u);
+    EXPECT_EQ(parsed->lens_shading_ratio, first);
+    EXPECT_EQ(first->num_sets, 3);
 }
 
 TEST(LensShadingRelease, RoutinesAcceptNullAndPartlyBuiltStructures)

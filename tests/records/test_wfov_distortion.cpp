@@ -155,49 +155,44 @@ TEST(WfovDistortion, Version102WithoutElementsHasEmptyArrays)
     EXPECT_EQ(gd->ext2_value, 9.5f);
 }
 
-TEST(WfovDistortion, AnElementWithoutValuesDropsTheElementListOnly)
+TEST(WfovDistortion, UnusableElementListsDropTheElementsOnly)
 {
-    Wfov c;
-    c.elements = 3;
-    c.values = {2, 0}; // the list ends at the second element: nothing after it is read
-    c.tail = false;
-    const Bytes full = wfov_record(102, c);
-    Parsed parsed = empty_parsed();
-    DiagRecorder diag;
-    ASSERT_EQ(decode(parsed.get(), full), 0u);
-    const cmc_geometric_distortion2_wfov *gd = parsed->geometric_distortion2_wfov;
-    ASSERT_NE(gd, nullptr);
-    EXPECT_EQ(gd->elements, nullptr);
-    EXPECT_EQ(gd->element_tail, nullptr);
-    EXPECT_EQ(gd->ext2_value, 0.0f);
-    EXPECT_EQ(gd->num_elements, 3);
-    EXPECT_NE(gd->maps, nullptr);
-    EXPECT_EQ(gd->unit.unit_values[2], 3u);
-    EXPECT_TRUE(diag.saw(CMC_DIAG_BAD_COUNT));
-    // One byte less cuts the element head the decoder stops at.
-    ASSERT_EQ(decode(parsed.get(), wfov_record(102, c, uint32_t(full.size() - 1))), 0u);
-    EXPECT_EQ(parsed->geometric_distortion2_wfov, nullptr);
-}
-
-TEST(WfovDistortion, AHugeCountEndedByAnElementWithoutValuesAllocatesNoArray)
-{
-    // 2^31 - 1 elements announced, the first without values: the list is
-    // dropped as for any such element, without asking for 48 GiB first.
-    Wfov c;
-    c.elements = 0x7fffffff;
-    c.values = {0};
-    c.tail = false;
-    Parsed parsed = empty_parsed();
-    DiagRecorder diag;
-    ASSERT_EQ(decode(parsed.get(), wfov_record(102, c)), 0u);
-    const cmc_geometric_distortion2_wfov *gd = parsed->geometric_distortion2_wfov;
-    ASSERT_NE(gd, nullptr);
-    EXPECT_EQ(gd->num_elements, 0x7fffffff);
-    EXPECT_EQ(gd->elements, nullptr);
-    EXPECT_EQ(gd->element_tail, nullptr);
-    EXPECT_EQ(gd->ext2_value, 0.0f);
-    EXPECT_NE(gd->maps, nullptr);
-    EXPECT_TRUE(diag.saw(CMC_DIAG_BAD_COUNT));
+    // An element without values ends the list (nothing after it is read,
+    // ext2_value goes too), even under 2^31 - 1 announced elements, which are
+    // not allocated first (48 GiB). A negative count cannot be allocated: the
+    // record ends at the count, ext2_value stays. One byte less cuts the last
+    // field read and drops the record.
+    struct Case {
+        const char *what;
+        int32_t elements;
+        std::vector<uint32_t> values;
+        float ext2_value;
+    };
+    const Case cases[] = {{"second of three without values", 3, {2, 0}, 0.0f},
+                          {"huge count, first without values", 0x7fffffff, {0}, 0.0f},
+                          {"negative count", -1, {}, 9.5f}};
+    for (const Case &k : cases) {
+        SCOPED_TRACE(k.what);
+        Wfov c;
+        c.elements = k.elements;
+        c.values = k.values;
+        c.tail = false;
+        const Bytes full = wfov_record(102, c);
+        Parsed parsed = empty_parsed();
+        DiagRecorder diag;
+        ASSERT_EQ(decode(parsed.get(), full), 0u);
+        const cmc_geometric_distortion2_wfov *gd = parsed->geometric_distortion2_wfov;
+        ASSERT_NE(gd, nullptr);
+        EXPECT_EQ(gd->num_elements, k.elements);
+        EXPECT_EQ(gd->elements, nullptr);
+        EXPECT_EQ(gd->element_tail, nullptr);
+        EXPECT_EQ(gd->ext2_value, k.ext2_value);
+        EXPECT_NE(gd->maps, nullptr);
+        EXPECT_EQ(gd->unit.unit_values[3], 4u);
+        EXPECT_TRUE(diag.saw(CMC_DIAG_BAD_COUNT));
+        ASSERT_EQ(decode(parsed.get(), wfov_record(102, c, uint32_t(full.size() - 1))), 0u);
+        EXPECT_EQ(parsed->geometric_distortion2_wfov, nullptr);
+    }
 }
 
 TEST(WfovDistortion, NegativeExtentsAreDroppedBeforeAllocating)
@@ -226,29 +221,6 @@ TEST(WfovDistortion, NegativeExtentsAreDroppedBeforeAllocating)
             EXPECT_EQ(cmc_alloc_count(), 0u);
         }
     }
-}
-
-TEST(WfovDistortion, ANegativeElementCountKeepsEverythingButTheElements)
-{
-    // The element array of a negative count cannot be allocated: the record
-    // ends at the count, and the structure keeps ext2_value and the count.
-    Wfov c;
-    c.elements = -1;
-    const Bytes full = wfov_record(102, c);
-    Parsed parsed = empty_parsed();
-    DiagRecorder diag;
-    ASSERT_EQ(decode(parsed.get(), full), 0u);
-    const cmc_geometric_distortion2_wfov *gd = parsed->geometric_distortion2_wfov;
-    ASSERT_NE(gd, nullptr);
-    EXPECT_NE(gd->maps, nullptr);
-    EXPECT_EQ(gd->unit.unit_values[3], 4u);
-    EXPECT_EQ(gd->num_elements, -1);
-    EXPECT_EQ(gd->ext2_value, 9.5f);
-    EXPECT_EQ(gd->elements, nullptr);
-    EXPECT_EQ(gd->element_tail, nullptr);
-    EXPECT_TRUE(diag.saw(CMC_DIAG_BAD_COUNT));
-    ASSERT_EQ(decode(parsed.get(), wfov_record(102, c, uint32_t(full.size() - 1))), 0u);
-    EXPECT_EQ(parsed->geometric_distortion2_wfov, nullptr);
 }
 
 TEST(WfovDistortion, EachAllocationFailureLeavesItsDocumentedResult)
