@@ -112,7 +112,8 @@ TEST(LscBicubic, PlanesAreTheInterpolatedSamplesConvertedAndFlipped)
                     for (int k = 0; k < g.dw * g.dh; ++k) {
                         const int row = flip & 2 ? g.dh - 1 - k / g.dw : k / g.dw;
                         const int col = flip & 1 ? g.dw - 1 - k % g.dw : k % g.dw;
-                        ASSERT_EQ(out->tables[t][(c * g.dh + row) * g.dw + col], plane[k] / d + 1.0f)
+                        const float got = out->tables[t][(c * g.dh + row) * g.dw + col];
+                        ASSERT_EQ(got, plane[k] / d + 1.0f)
                             << "table " << t << " channel " << c << " sample " << k;
                     }
                 }

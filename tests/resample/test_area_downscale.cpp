@@ -107,15 +107,18 @@ TEST(AreaDownscale, KernelsMatchTheReference)
                   0u);
         for (uint32_t p = 0; p < 3; ++p) {
             EXPECT_TRUE(dst[p].guards_intact());
-            EXPECT_EQ(dst[p].values(), reference(src[p], c.sw, r, c.dw, c.dh, [](float sum, float inv) {
-                          return std::fma(sum, inv, 1.0f / 2048) * 1024.0f;
-                      })) << "plane " << p;
+            const auto finish = [](float sum, float inv) {
+                return std::fma(sum, inv, 1.0f / 2048) * 1024.0f;
+            };
+            EXPECT_EQ(dst[p].values(), reference(src[p], c.sw, r, c.dw, c.dh, finish))
+                << "plane " << p;
         }
 
         // 16-bit samples, fractional bits in and out taken modulo 32.
         const auto src16 = random_plane<uint16_t>(size_t(c.sw) * c.sh, c.dw * 7 + c.dh);
         const uint16_t *src16p[1] = {src16.data()};
-        const std::pair<int, int> bits[] = {{10, 10}, {0, 10}, {12, 4}, {16, 0}, {-22, 42}, {3, 31}};
+        const std::pair<int, int> bits[] = {{10, 10}, {0, 10}, {12, 4},
+                                            {16, 0},  {-22, 42}, {3, 31}};
         for (const auto &[in_bits, out_bits] : bits) {
             const float in_scale = std::ldexp(1.0f, -(in_bits & 31));
             const float out_scale = std::ldexp(1.0f, out_bits & 31);

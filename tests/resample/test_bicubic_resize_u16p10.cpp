@@ -121,23 +121,11 @@ TEST(BicubicResize, WorkedExamples)
         EXPECT_EQ(out[k], trunc_u16p10(src[(k / 5) * 18 + (k % 5) * 2])) << k;
 }
 
-TEST(BicubicResize, ConstantsWrapAround)
-{
-    // No saturation: -1 * 1024 wraps to 64512, 70 * 1024 to 71680 - 65536.
-    // NaN and values beyond the int32 range become INT32_MIN: low bits 0.
-    const struct {
-        float value;
-        uint16_t expected;
-    } cases[] = {{1.5f, 1536}, {-1.0f, 64512}, {70.0f, 6144}, {std::nanf(""), 0}, {3.0e6f, 0}};
-    for (const auto &c : cases) {
-        std::vector<uint16_t> out;
-        ASSERT_EQ(resize_f(std::vector<float>(12, c.value), 3, 4, out, 7, 5), 0u);
-        EXPECT_EQ(out, std::vector<uint16_t>(35, c.expected)) << c.value;
-    }
-}
-
 TEST(BicubicResize, InterpolatedValueConversion)
 {
+    // The interpolated value x 1024 truncated toward zero, INT32_MIN outside
+    // the int32 range or for NaN; a constant plane stores its low 16 bits (no
+    // saturation: -1 * 1024 wraps to 64512, 70 * 1024 to 71680 - 65536).
     const float below_2_31 = std::nextafter(2147483648.0f, 0.0f) / 1024.0f;
     const struct {
         float value;
@@ -145,6 +133,8 @@ TEST(BicubicResize, InterpolatedValueConversion)
     } cases[] = {
         {1.5f, 1536},
         {-1.0f, -1024},
+        {70.0f, 71680},
+        {3.0e6f, INT32_MIN},
         {0.0009765f, 0},                     // below one unit: truncated to 0
         {-0.0009765f, 0},                    // toward zero, not down
         {below_2_31, 2147483520},            // largest float below 2^31
@@ -157,6 +147,14 @@ TEST(BicubicResize, InterpolatedValueConversion)
         float p[16];
         std::fill(p, p + 16, c.value);
         EXPECT_EQ(bicubicInterpolate_32f_to_u16p10(p, 0.0f, 0.0f), c.expected) << c.value;
+        // Enlarged for small values; at equal extents (fraction 0) for the
+        // others, whose cubic at a fraction rounds away from the constant.
+        const bool small = std::fabs(c.value) < 100.0f;
+        std::vector<uint16_t> out;
+        const std::vector<float> plane(12, c.value);
+        ASSERT_EQ(resize_f(plane, 3, 4, out, small ? 7 : 3, small ? 5 : 4), 0u);
+        EXPECT_EQ(out, std::vector<uint16_t>(out.size(), uint16_t(uint32_t(c.expected))))
+            << c.value;
     }
     // Catmull-Rom midpoint of 0, 1, 2, 3 along x is 1.5 in every row.
     float ramp[16];

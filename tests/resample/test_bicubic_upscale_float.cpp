@@ -251,7 +251,7 @@ TEST(BicubicUpscale, AllocationFailureWritesNothing)
 TEST(BicubicUpscale, EveryPlaneOfASetIsUpscaled)
 {
     const auto a = ejtest::random_plane<uint8_t>(6, 1), b = ejtest::random_plane<uint8_t>(6, 2);
-    std::vector<float> oa(35, kUntouched), ob(35, kUntouched), ra(35, kUntouched), rb(35, kUntouched);
+    std::vector<float> oa(35, kUntouched), ob(oa), ra(oa), rb(oa);
     const uint8_t *in[2] = {a.data(), b.data()};
     float *out[2] = {oa.data(), ob.data()};
     ASSERT_EQ(image_bicubic_upscale_uint8_to_float(in, out, 3, 2, 7, 5, 2), 0u);

@@ -163,7 +163,8 @@ TEST(NearestNeighbor, WorkedExamples)
               std::vector<uint32_t>(280, 10));
     const std::vector<int32_t> pixel = {-1, 2, 3};
     EXPECT_EQ(run_guarded<int32_t>(12, [&](int32_t *d) {
-                  return image_nearest_neighbor_scale_interleaved_int32(pixel.data(), 1, 1, 3, d, 2, 2);
+                  return image_nearest_neighbor_scale_interleaved_int32(pixel.data(), 1, 1, 3, d,
+                                                                        2, 2);
               }),
               (std::vector<int32_t>{-1, 2, 3, -1, 2, 3, -1, 2, 3, -1, 2, 3}));
     const std::vector<uint16_t> four = {1, 2, 3, 4};

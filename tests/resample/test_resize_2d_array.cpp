@@ -208,10 +208,10 @@ std::vector<T> resized(Fn resize, const std::vector<T> &src, int32_t sw, int32_t
 TEST(Resize2dArray, WorkedExamples)
 {
     // 2 x 2 -> 3 x 3: step 128, centre 150, corners kept.
-    const auto v9 = resized(resize_2d_array_uint16, std::vector<uint16_t>{0, 100, 200, 300}, 2, 2, 3, 3);
+    const std::vector<uint16_t> four = {0, 100, 200, 300};
+    const auto v9 = resized(resize_2d_array_uint16, four, 2, 2, 3, 3);
     EXPECT_EQ(v9[4], 150);
-    EXPECT_EQ((std::vector<uint16_t>{v9[0], v9[2], v9[6], v9[8]}),
-              (std::vector<uint16_t>{0, 100, 200, 300}));
+    EXPECT_EQ((std::vector<uint16_t>{v9[0], v9[2], v9[6], v9[8]}), four);
 
     // 3 -> 4: positions 0, 170, 340, 510; the last output is 2/256 of sample
     // 1 and 254/256 of sample 2.
@@ -234,7 +234,8 @@ TEST(Resize2dArray, WorkedExamples)
     } cases[] = {{-1, -2, -1}, {-3, -2, -2}, {-1, 0, 0}, {-2147483647 - 1, 2147483647, 0},
                  {2147483647, 2147483646, 2147483647}};
     for (const auto &c : cases)
-        EXPECT_EQ(resized(resize_2d_array_int32, std::vector<int32_t>{c.a, c.b, c.a, c.b}, 2, 2, 3, 2),
+        EXPECT_EQ(resized(resize_2d_array_int32, std::vector<int32_t>{c.a, c.b, c.a, c.b}, 2, 2, 3,
+                          2),
                   (std::vector<int32_t>{c.a, c.middle, c.b, c.a, c.middle, c.b}))
             << c.a << " " << c.b;
     // uint32 keeps samples above 2^24.
