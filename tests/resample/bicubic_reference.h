@@ -56,21 +56,20 @@ inline std::vector<float> padded(const std::vector<float> &s, int w, int h)
         B(r, W + 1) = 2.0f * B(r, W) - B(r, W - 1);
         B(r, W + 2) = 2.0f * B(r, W + 1) - B(r, W);
     }
-    for (int c = 1; c <= W; ++c)
-        B(0, c) = 2.0f * B(1, c) - B(2, c);
-    B(0, 0) = corner(B(0, 1), B(0, 2), B(1, 0), B(2, 0));
-    B(0, W + 1) = corner(B(0, W), B(0, W - 1), B(1, W + 1), B(2, W + 1));
-    B(0, W + 2) = corner(B(0, W + 1), B(0, W), B(1, W + 2), B(2, W + 2));
     for (int c = 1; c <= W; ++c) {
+        B(0, c) = 2.0f * B(1, c) - B(2, c);
         B(H + 1, c) = 2.0f * B(H, c) - B(H - 1, c);
         B(H + 2, c) = 2.0f * B(H + 1, c) - B(H, c);
     }
-    B(H + 1, 0) = corner(B(H + 1, 1), B(H + 1, 2), B(H, 0), B(H - 1, 0));
-    B(H + 2, 0) = corner(B(H + 2, 1), B(H + 2, 2), B(H + 1, 0), B(H, 0));
-    B(H + 1, W + 1) = corner(B(H + 1, W), B(H + 1, W - 1), B(H, W + 1), B(H - 1, W + 1));
-    B(H + 1, W + 2) = corner(B(H + 1, W + 1), B(H + 1, W), B(H, W + 2), B(H - 1, W + 2));
-    B(H + 2, W + 1) = corner(B(H + 2, W), B(H + 2, W - 1), B(H + 1, W + 1), B(H, W + 1));
-    B(H + 2, W + 2) = corner(B(H + 2, W + 1), B(H + 2, W), B(H + 1, W + 2), B(H, W + 2));
+    // Each corner from its two nearer neighbours along the row and the
+    // column, in an order where both are already set.
+    const int corners[9][2] = {{0, 0},         {0, W + 1},     {0, W + 2},
+                               {H + 1, 0},     {H + 2, 0},     {H + 1, W + 1},
+                               {H + 1, W + 2}, {H + 2, W + 1}, {H + 2, W + 2}};
+    for (const auto &rc : corners) {
+        const int r = rc[0], c = rc[1], dr = r == 0 ? 1 : -1, dc = c == 0 ? 1 : -1;
+        B(r, c) = corner(B(r, c + dc), B(r, c + 2 * dc), B(r + dr, c), B(r + 2 * dr, c));
+    }
     return b;
 }
 
@@ -98,37 +97,35 @@ inline const char *const kCoefficientFormulas[16] = {
     "+ 0.75*P20 - 2.25*P21 + 2.25*P22 - 0.75*P23 - 0.25*P30 + 0.75*P31 - 0.75*P32 + 0.25*P33",
 };
 
-// One written term ("-0.5*P10", "P22", "4*P22") and the sign before it.
+// One written term ("-0.5*P10", "P22", "4*P22"): its sign, its weight (none
+// when unwritten: the sample is used as it is) and its sample.
 struct Term {
-    char sign = '+';    // '+' or '-'; the first term has none
+    char sign = '+';
     bool weighted = false;
     float weight = 1.0f;
     int r = 0, c = 0;
 };
 
-inline Term parse_term(char sign, const std::string &text)
-{
-    Term t;
-    t.sign = sign;
-    const size_t at = text.find('P');
-    t.r = text[at + 1] - '0';
-    t.c = text[at + 2] - '0';
-    if (at > 0) {
-        t.weighted = true;
-        t.weight = std::strtof(text.substr(0, at - 1).c_str(), nullptr);
-    }
-    return t;
-}
-
 inline std::vector<Term> parse_formula(const char *formula)
 {
     std::istringstream in(formula);
     std::vector<Term> terms;
-    std::string token, sign;
-    in >> token;
-    terms.push_back(parse_term('+', token));
-    while (in >> sign >> token)
-        terms.push_back(parse_term(sign[0], token));
+    std::string token, sign = "+";
+    while (in >> token) {
+        if (token == "+" || token == "-") {
+            sign = token;
+            continue;
+        }
+        Term t;
+        t.sign = sign[0];
+        const size_t at = token.find('P');
+        t.r = token[at + 1] - '0';
+        t.c = token[at + 2] - '0';
+        t.weighted = at > 0;
+        if (t.weighted)
+            t.weight = std::strtof(token.substr(0, at - 1).c_str(), nullptr);
+        terms.push_back(t);
+    }
     return terms;
 }
 
@@ -139,10 +136,7 @@ inline float evaluate_formula(const std::vector<Term> &terms, const float p[4][4
     for (size_t k = 0; k < terms.size(); ++k) {
         const Term &t = terms[k];
         const float value = t.weighted ? t.weight * p[t.r][t.c] : p[t.r][t.c];
-        if (k == 0)
-            sum = value;
-        else
-            sum = t.sign == '+' ? sum + value : sum - value;
+        sum = k == 0 ? value : t.sign == '+' ? sum + value : sum - value;
     }
     return sum;
 }

@@ -11,6 +11,8 @@
 #include <type_traits>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 namespace ejtest {
 
 // A destination of n elements with kGuard elements of a fill pattern before
@@ -58,6 +60,17 @@ private:
     size_t n_;
     std::vector<unsigned char> raw_;
 };
+
+// Runs call(destination) on a guarded destination of n elements, expects
+// status 0 and intact guards, and returns the n elements.
+template <typename T, typename Call>
+std::vector<T> run_guarded(size_t n, Call call)
+{
+    Guarded<T> dst(n);
+    EXPECT_EQ(call(dst.data()), 0u);
+    EXPECT_TRUE(dst.guards_intact());
+    return dst.values();
+}
 
 // n seeded random samples over the whole range of T (floats in -1000 ... 1000).
 template <typename T>

@@ -82,89 +82,58 @@ std::vector<int32_t> block_max_ref(const std::vector<int32_t> &src, uint32_t src
     return out;
 }
 
-struct Shape {
-    uint32_t sw, sh, dw, dh;
-};
-
-void PrintTo(const Shape &s, std::ostream *os)
-{
-    *os << s.sw << "x" << s.sh << "->" << s.dw << "x" << s.dh;
-}
-
 // Enlargements, reductions, equal extents, extents where the rules alone
-// would pass the last sample (1 -> 280, 2 -> 397 for 16.16; 14 -> 13 and
-// 3000 -> 1237 for the float ratio), and 4 -> 28, 5 -> 35, where an interior
-// t rounds to 3.0000002 (the tolerant rule picks 2, the exact one 3).
-const Shape kShapes[] = {{3, 3, 3, 3},   {4, 4, 2, 2},     {2, 2, 4, 4},  {7, 5, 3, 11},
-                         {5, 3, 21, 2},  {14, 13, 13, 14}, {2, 3, 397, 5}, {16, 9, 7, 4},
-                         {640, 3, 1237, 2}, {3000, 2, 1237, 3}, {1000, 2, 1023, 2},
-                         {4, 5, 28, 35}};
-
-class NearestShapes : public ::testing::TestWithParam<Shape> {};
-
-TEST_P(NearestShapes, Uint32MatchesReference)
+// would pass the last sample (2 -> 397 for 16.16, 1 -> 280 in the worked
+// examples; 14 -> 13 and 3000 -> 1237 for the float ratio), and 4 -> 28,
+// 5 -> 35, where an interior t rounds to 3.0000002 (the tolerant rule picks
+// 2, the exact one 3).
+TEST(NearestNeighbor, KernelsMatchTheReferences)
 {
-    const Shape s = GetParam();
-    const auto src = random_plane<uint32_t>(size_t(s.sw) * s.sh, 11 + s.sw);
-    Guarded<uint32_t> dst(size_t(s.dw) * s.dh);
-    ASSERT_EQ(image_nearest_neighbor_scale_uint32(src.data(), int32_t(s.sw), int32_t(s.sh),
-                                                  dst.data(), int32_t(s.dw), int32_t(s.dh)),
-              0u);
-    EXPECT_TRUE(dst.guards_intact());
-    EXPECT_EQ(dst.values(),
-              pick(src, s.sw, 1, step_indices(s.sw, s.dw), step_indices(s.sh, s.dh)));
-}
-
-TEST_P(NearestShapes, InterleavedMatchesReference)
-{
-    const Shape s = GetParam();
-    for (uint32_t channels : {1u, 2u, 3u, 5u}) {
-        const auto src = random_plane<int32_t>(size_t(s.sw) * s.sh * channels, 7 * channels);
-        Guarded<int32_t> dst(size_t(s.dw) * s.dh * channels);
-        ASSERT_EQ(image_nearest_neighbor_scale_interleaved_int32(src.data(), s.sw, s.sh, channels,
-                                                                 dst.data(), s.dw, s.dh),
-                  0u);
-        EXPECT_TRUE(dst.guards_intact());
-        EXPECT_EQ(dst.values(), pick(src, s.sw, channels, step_indices(s.sw, s.dw),
-                                     step_indices(s.sh, s.dh)))
-            << channels << " channels";
+    const struct {
+        uint32_t sw, sh, dw, dh;
+    } shapes[] = {{3, 3, 3, 3},      {4, 4, 2, 2},      {2, 2, 4, 4},      {7, 5, 3, 11},
+                  {5, 3, 21, 2},     {14, 13, 13, 14},  {2, 3, 397, 5},    {16, 9, 7, 4},
+                  {640, 3, 1237, 2}, {3000, 2, 1237, 3}, {1000, 2, 1023, 2}, {4, 5, 28, 35}};
+    for (const auto &s : shapes) {
+        SCOPED_TRACE(testing::Message() << s.sw << "x" << s.sh << " -> " << s.dw << "x" << s.dh);
+        const size_t n = size_t(s.dw) * s.dh;
+        const auto step_x = step_indices(s.sw, s.dw), step_y = step_indices(s.sh, s.dh);
+        const auto u32 = random_plane<uint32_t>(size_t(s.sw) * s.sh, 11 + s.sw);
+        EXPECT_EQ(run_guarded<uint32_t>(n, [&](uint32_t *d) {
+                      return image_nearest_neighbor_scale_uint32(u32.data(), int32_t(s.sw),
+                                                                 int32_t(s.sh), d, int32_t(s.dw),
+                                                                 int32_t(s.dh));
+                  }),
+                  pick(u32, s.sw, 1, step_x, step_y));
+        for (uint32_t channels : {1u, 2u, 3u, 5u}) {
+            const auto src = random_plane<int32_t>(size_t(s.sw) * s.sh * channels, 7 * channels);
+            EXPECT_EQ(run_guarded<int32_t>(n * channels, [&](int32_t *d) {
+                          return image_nearest_neighbor_scale_interleaved_int32(
+                              src.data(), s.sw, s.sh, channels, d, s.dw, s.dh);
+                      }),
+                      pick(src, s.sw, channels, step_x, step_y))
+                << channels << " channels";
+        }
+        const auto u16 = random_plane<uint16_t>(size_t(s.sw) * s.sh, 3 + s.dw);
+        EXPECT_EQ(run_guarded<uint16_t>(n, [&](uint16_t *d) {
+                      return image_upscale_nearest_neighbor_uint16(u16.data(), d, uint16_t(s.sw),
+                                                                   uint16_t(s.sh), uint16_t(s.dw),
+                                                                   uint16_t(s.dh));
+                  }),
+                  pick(u16, s.sw, 1, tolerant_indices(s.sw, s.dw), tolerant_indices(s.sh, s.dh)));
+        const auto i32 = random_plane<int32_t>(size_t(s.sw) * s.sh, 5 + s.sh);
+        const auto ix = exact_indices(s.sw, s.dw), iy = exact_indices(s.sh, s.dh);
+        for (uint8_t use_max : {0, 1, 255}) {
+            EXPECT_EQ(run_guarded<int32_t>(n, [&](int32_t *d) {
+                          return image_downscale_nearest_neighbor_int32(
+                              i32.data(), d, uint16_t(s.sw), uint16_t(s.sh), uint16_t(s.dw),
+                              uint16_t(s.dh), use_max);
+                      }),
+                      use_max ? block_max_ref(i32, s.sw, ix, iy) : pick(i32, s.sw, 1, ix, iy))
+                << int(use_max);
+        }
     }
 }
-
-TEST_P(NearestShapes, Uint16MatchesReference)
-{
-    const Shape s = GetParam();
-    const auto src = random_plane<uint16_t>(size_t(s.sw) * s.sh, 3 + s.dw);
-    Guarded<uint16_t> dst(size_t(s.dw) * s.dh);
-    ASSERT_EQ(image_upscale_nearest_neighbor_uint16(src.data(), dst.data(), uint16_t(s.sw),
-                                                    uint16_t(s.sh), uint16_t(s.dw),
-                                                    uint16_t(s.dh)),
-              0u);
-    EXPECT_TRUE(dst.guards_intact());
-    EXPECT_EQ(dst.values(),
-              pick(src, s.sw, 1, tolerant_indices(s.sw, s.dw), tolerant_indices(s.sh, s.dh)));
-}
-
-TEST_P(NearestShapes, Int32CopyAndBlockMaximumMatchReference)
-{
-    const Shape s = GetParam();
-    const auto src = random_plane<int32_t>(size_t(s.sw) * s.sh, 5 + s.sh);
-    const auto ix = exact_indices(s.sw, s.dw);
-    const auto iy = exact_indices(s.sh, s.dh);
-    for (uint8_t use_max : {0, 1, 255}) {
-        Guarded<int32_t> dst(size_t(s.dw) * s.dh);
-        ASSERT_EQ(image_downscale_nearest_neighbor_int32(src.data(), dst.data(), uint16_t(s.sw),
-                                                         uint16_t(s.sh), uint16_t(s.dw),
-                                                         uint16_t(s.dh), use_max),
-                  0u);
-        EXPECT_TRUE(dst.guards_intact());
-        EXPECT_EQ(dst.values(),
-                  use_max ? block_max_ref(src, s.sw, ix, iy) : pick(src, s.sw, 1, ix, iy))
-            << int(use_max);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Shapes, NearestShapes, ::testing::ValuesIn(kShapes));
 
 TEST(NearestNeighbor, IndexRulesOnWorkedExamples)
 {
@@ -184,69 +153,46 @@ TEST(NearestNeighbor, IndexRulesOnWorkedExamples)
     EXPECT_GT(13.0f * (14.0f / 13.0f), 14.0f);
 }
 
-TEST(NearestNeighbor, LargeEnlargementRepeatsTheLastSample)
+TEST(NearestNeighbor, WorkedExamples)
 {
-    const std::vector<uint32_t> src = {10};
-    Guarded<uint32_t> dst(280);
-    ASSERT_EQ(image_nearest_neighbor_scale_uint32(src.data(), 1, 1, dst.data(), 280, 1), 0u);
-    EXPECT_EQ(dst.values(), std::vector<uint32_t>(280, 10));
-    EXPECT_TRUE(dst.guards_intact());
-}
-
-TEST(NearestNeighbor, InterleavedCopiesWholePixels)
-{
-    const std::vector<int32_t> src = {-1, 2, 3};
-    Guarded<int32_t> dst(12);
-    ASSERT_EQ(image_nearest_neighbor_scale_interleaved_int32(src.data(), 1, 1, 3, dst.data(), 2, 2),
-              0u);
-    EXPECT_EQ(dst.values(), (std::vector<int32_t>{-1, 2, 3, -1, 2, 3, -1, 2, 3, -1, 2, 3}));
-    EXPECT_TRUE(dst.guards_intact());
-}
-
-TEST(NearestNeighbor, Uint16TwoByTwoToFourByFourFillsBlocks)
-{
-    const std::vector<uint16_t> src = {1, 2, 3, 4};
-    Guarded<uint16_t> dst(16);
-    ASSERT_EQ(image_upscale_nearest_neighbor_uint16(src.data(), dst.data(), 2, 2, 4, 4), 0u);
-    EXPECT_EQ(dst.values(),
+    // 1 -> 280 repeats the last sample; an interleaved pixel is copied whole.
+    const std::vector<uint32_t> ten = {10};
+    EXPECT_EQ(run_guarded<uint32_t>(280, [&](uint32_t *d) {
+                  return image_nearest_neighbor_scale_uint32(ten.data(), 1, 1, d, 280, 1);
+              }),
+              std::vector<uint32_t>(280, 10));
+    const std::vector<int32_t> pixel = {-1, 2, 3};
+    EXPECT_EQ(run_guarded<int32_t>(12, [&](int32_t *d) {
+                  return image_nearest_neighbor_scale_interleaved_int32(pixel.data(), 1, 1, 3, d,
+                                                                        2, 2);
+              }),
+              (std::vector<int32_t>{-1, 2, 3, -1, 2, 3, -1, 2, 3, -1, 2, 3}));
+    const std::vector<uint16_t> four = {1, 2, 3, 4};
+    EXPECT_EQ(run_guarded<uint16_t>(16, [&](uint16_t *d) {
+                  return image_upscale_nearest_neighbor_uint16(four.data(), d, 2, 2, 4, 4);
+              }),
               (std::vector<uint16_t>{1, 1, 2, 2, 1, 1, 2, 2, 3, 3, 4, 4, 3, 3, 4, 4}));
-}
 
-TEST(NearestNeighbor, BlockMaximumWorkedExamples)
-{
+    // Block maximum of 1 ... 16 picking rows and columns 1 and 3: the blocks
+    // are row/column 1 and 2 ... 3. Negative samples give the initial 0.
     std::vector<int32_t> src(16);
     for (int i = 0; i < 16; ++i)
         src[i] = i + 1;
-    Guarded<int32_t> dst(4);
-    ASSERT_EQ(image_downscale_nearest_neighbor_int32(src.data(), dst.data(), 4, 4, 2, 2, 1), 0u);
-    // Picked rows and columns 1 and 3: the blocks are row/column 1 and 2 ... 3.
-    EXPECT_EQ(dst.values(), (std::vector<int32_t>{6, 8, 14, 16}));
-
     const std::vector<int32_t> negative(16, -5);
-    ASSERT_EQ(image_downscale_nearest_neighbor_int32(negative.data(), dst.data(), 4, 4, 2, 2, 1),
-              0u);
-    EXPECT_EQ(dst.values(), std::vector<int32_t>(4, 0));
-
+    auto block_max = [](const std::vector<int32_t> &s, uint16_t d) {
+        return run_guarded<int32_t>(size_t(d) * d, [&](int32_t *out) {
+            return image_downscale_nearest_neighbor_int32(s.data(), out, 4, 4, d, d, 1);
+        });
+    };
+    EXPECT_EQ(block_max(src, 2), (std::vector<int32_t>{6, 8, 14, 16}));
+    EXPECT_EQ(block_max(negative, 2), std::vector<int32_t>(4, 0));
     // Equal extents: row and column 0 never enter a maximum, so the first
     // output row and column are 0; every other output is its own sample.
-    Guarded<int32_t> same(16);
-    ASSERT_EQ(image_downscale_nearest_neighbor_int32(src.data(), same.data(), 4, 4, 4, 4, 1), 0u);
-    EXPECT_EQ(same.values(),
+    EXPECT_EQ(block_max(src, 4),
               (std::vector<int32_t>{0, 0, 0, 0, 0, 6, 7, 8, 0, 10, 11, 12, 0, 14, 15, 16}));
 }
 
-TEST(NearestNeighbor, EmptyDestinationRowsWriteNothing)
-{
-    const std::vector<int32_t> src(8, 1);
-    Guarded<int32_t> dst(8);
-    EXPECT_EQ(image_nearest_neighbor_scale_interleaved_int32(src.data(), 2, 2, 2, dst.data(), 0, 2),
-              0u);
-    EXPECT_EQ(image_nearest_neighbor_scale_interleaved_int32(src.data(), 2, 2, 0, dst.data(), 2, 2),
-              0u);
-    EXPECT_TRUE(dst.all_untouched());
-}
-
-TEST(NearestNeighbor, RejectionsWriteNothing)
+TEST(NearestNeighbor, RejectionsAndEmptyCallsWriteNothing)
 {
     const std::vector<int32_t> s32(64, 1);
     const std::vector<uint32_t> u32(64, 1);
@@ -287,6 +233,10 @@ TEST(NearestNeighbor, RejectionsWriteNothing)
     };
     for (size_t i = 0; i < std::size(statuses); ++i)
         EXPECT_EQ(statuses[i], 32u) << "case " << i;
+    // No destination column or no channel: accepted, nothing to write.
+    EXPECT_EQ(il(s32.data(), 2, 2, d32.data(), 0, 2), 0u);
+    EXPECT_EQ(image_nearest_neighbor_scale_interleaved_int32(s32.data(), 2, 2, 0, d32.data(), 2, 2),
+              0u);
     EXPECT_TRUE(d32.all_untouched());
     EXPECT_TRUE(du32.all_untouched());
     EXPECT_TRUE(d16.all_untouched());
