@@ -4,7 +4,11 @@
 # another user, the script names them and stops.
 set -euo pipefail
 
-EJ_PACKAGES=(cmake make g++ gcc binutils pkg-config libgtest-dev libbenchmark-dev doxygen abigail-tools)
+# Build and tests; then test and benchmark references (Eigen, OpenCV), the
+# tools (JSON, PNG, command line), fuzzing (clang and its runtimes) and memcheck.
+EJ_PACKAGES=(cmake make g++ gcc binutils pkg-config libgtest-dev libbenchmark-dev doxygen abigail-tools
+             libeigen3-dev libopencv-dev nlohmann-json3-dev libpng-dev libcli11-dev
+             clang libclang-rt-14-dev valgrind)
 
 ej_install_deps() {
     local missing=()
