@@ -5,11 +5,14 @@
 
 #include <cmath>
 #include <limits>
-#include <string>
 #include <vector>
 
 #include "cmc_records.h"
+#include "cfa_pattern_table.h"
 #include "ej_cmc_lsc.h"
+
+using ejtest::kChannelOrder;
+using ejtest::pattern_q;
 
 namespace {
 
@@ -81,40 +84,6 @@ struct Grids {
     }
 };
 
-// Independent description of the mapping. Channel order m: Qj = P[kOrder[m][j]].
-constexpr int kOrder[4][4] = {{3, 2, 1, 0}, {2, 3, 0, 1}, {1, 0, 3, 2}, {0, 1, 2, 3}};
-
-// The 4 x 2 and 4 x 4 pattern tables as written out, rows separated by '|'.
-const char *const kWide[4] = {"3322|1100", "2233|0011", "1100|3322", "0011|2233"};
-const char *const kQuad[8] = {
-    "1323|0-0-|2313|0-0-", "3231|-0-0|3132|-0-0", "2313|0-0-|1323|0-0-",
-    "3132|-0-0|3231|-0-0", "0-0-|2313|0-0-|1323", "-0-0|3132|-0-0|3231",
-    "0-0-|1323|0-0-|2313", "-0-0|3231|-0-0|3132"};
-
-// Expected Q number at every position (-1: not corrected).
-std::vector<int> expected_q(uint32_t cfa)
-{
-    std::vector<int> q(16, -1);
-    if (cfa <= 3) {
-        // Stated in terms of P for channel order 3 (the identity order).
-        for (int r = 0; r < 2; ++r)
-            for (int c = 0; c < 2; ++c)
-                q[r * 4 + c] = ((2 * r + c) ^ int(cfa) ^ 3);
-        return q;
-    }
-    const std::string rows = cfa < 256 ? kWide[cfa - 128] : kQuad[cfa - 256];
-    int r = 0, c = 0;
-    for (char ch : rows) {
-        if (ch == '|') {
-            ++r;
-            c = 0;
-            continue;
-        }
-        q[r * 4 + c++] = ch == '-' ? -1 : ch - '0';
-    }
-    return q;
-}
-
 std::vector<uint32_t> all_codes()
 {
     std::vector<uint32_t> codes;
@@ -131,14 +100,14 @@ TEST(RatioCorrection, EveryPatternCodeAndChannelOrderFeedsTheTabledPlanes)
             SCOPED_TRACE(::testing::Message() << "cfa " << cfa << " order " << order);
             Grids s(3, 2, 2, 1);
             ASSERT_EQ(s.run(cfa, order), 0u);
-            const std::vector<int> q = expected_q(cfa);
+            const std::vector<int> q = pattern_q(cfa);
             const bool averaged = cfa >= 256;
-            const float g0 = float(1 << kOrder[order][0]), g3 = float(1 << kOrder[order][3]);
+            const float g0 = float(1 << kChannelOrder[order][0]), g3 = float(1 << kChannelOrder[order][3]);
             for (uint32_t set = 0; set < 2; ++set) {
                 for (int pos = 0; pos < 16; ++pos) {
                     uint16_t want = kMarker;
                     if (q[pos] >= 0) {
-                        float gain = float(1 << kOrder[order][q[pos]]);
+                        float gain = float(1 << kChannelOrder[order][q[pos]]);
                         if (averaged && (q[pos] == 0 || q[pos] == 3))
                             gain = (g0 + g3) * 0.5f;
                         want = uint16_t(1000 * gain);
