@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "diag_recorder.h"
 #include "ej_nvm.h"
 #include "failure_injection.h"
 #include "kelb_builder.h"
@@ -137,7 +138,9 @@ TEST(NvmMapRecord, ShortRecordsAndNoItemsKeepTheHeadOnly)
     cases.push_back(none.record());
     for (const Bytes &rec : cases) {
         Parsed parsed = empty_parsed();
+        DiagRecorder diag;
         ASSERT_EQ(decode30(parsed.get(), rec, nullptr), 0u);
+        EXPECT_TRUE(diag.saw(rec.size() < 32 ? CMC_DIAG_TOO_SHORT : CMC_DIAG_BAD_COUNT));
         const cmc_nvm_map_table *t = parsed->nvm_map_table;
         ASSERT_NE(t, nullptr);
         const size_t kept = std::min<size_t>(rec.size(), 30);
