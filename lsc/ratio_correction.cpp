@@ -89,9 +89,9 @@ bool make_pattern(uint32_t cfa_pattern, Pattern *p)
 inline uint16_t corrected_sample(uint16_t ratio_sample, float gain)
 {
     const float product = float(ratio_sample) * gain;
-    if (!(std::fabs(product) < 0x1p63f))
-        return 0;
-    return uint16_t(uint64_t(int64_t(product)));
+    // A select, not a branch: the loop stays a plain element-wise pass.
+    const float in_range = std::fabs(product) < 0x1p63f ? product : 0.0f;
+    return uint16_t(uint64_t(int64_t(in_range)));
 }
 
 // Replaces the samples of one grid position; n samples of every array.
