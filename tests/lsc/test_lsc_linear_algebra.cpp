@@ -276,6 +276,9 @@ TEST(LscPolynomialFit, FailureStatuses)
     EXPECT_EQ(2u, lu_decomposition_lsc(nullptr, design_t.data(), lu.data(), pivot, 5, 6, 15, 1, 1));
     EXPECT_EQ(2u, lu_decomposition(design.data(), design_t.data(), lu.data(), pivot, 5, 6, 14));
     EXPECT_EQ(2u, lu_decomposition(design.data(), nullptr, lu.data(), pivot, 5, 6, 15));
+    // A grid whose transpose stride does not fit 32 bits: refused before
+    // anything is allocated or written.
+    EXPECT_EQ(2u, lu_decomposition(nullptr, nullptr, nullptr, nullptr, 65535, 65535, 15));
     // An empty grid needs no design matrix: the normal matrix is zero.
     EXPECT_EQ(0u, lu_decomposition(nullptr, nullptr, lu.data(), pivot, 0, 6, 15));
     {
