@@ -95,6 +95,15 @@ TEST(LensShadingStep, LeavesTheGridsAsDecodedWhenItCannotRun)
     flat.lsc->width = 0;
     flat.lsc->height = 13;
     flat.lsc->tables.resize(4);
+    {
+        // The NVM library accepts it: the step runs and the driver refuses.
+        Bytes bytes = ejnvm::write_nvm(flat);
+        const ej_data_block block{bytes.data(), uint32_t(bytes.size())};
+        ej_nvm_data *handle = nullptr;
+        ASSERT_EQ(ej_nvm_parse(&block, &handle), EJ_NVM_OK);
+        EXPECT_EQ(compute_upscaled_lsc_tables_polynom4th(kW, kH, handle, 1, 1), nullptr);
+        ej_nvm_deinit(handle);
+    }
     struct Case {
         const char *what;
         Module module;
