@@ -87,6 +87,8 @@ bool compute_map(const nvm_map_calibration &cal, const Blend &b, int32_t *map)
     const int64_t lo = a < bnd ? a : bnd;
     const int64_t hi = a < bnd ? bnd : a;
 
+    // The scale 2^s with s taken modulo 32, as an unsigned power: a shift of
+    // 31 gives 2^-31, never a negative scale.
     const float inv = 1.0f / float(uint32_t(1) << (cal.cal_map_shift & 31u));
     const float d = (b.flip == 1 || b.flip == 3) ? -1.0f : 1.0f;
     const float base = (1.0f - b.f) * float(b.c);
