@@ -272,13 +272,20 @@ std::vector<uint8_t> pack_container(const std::string &json_text, const std::str
     const json doc = parse_json(json_text, file);
     const Node root{doc, "$", file};
     expect_format(root, "kelb-container");
-    root.only_keys({"format", "format_version", "comment", "checksum", "trailing", "records"});
+    root.only_keys({"format", "format_version", "comment", "checksum", "size_field", "trailing", "records"});
+    // "A" (default) or "B" seal the container by that rule; a number is
+    // stored as the checksum word as it stands (to build rejected containers).
     ejtest::Checksum rule = ejtest::Checksum::RuleA;
+    std::optional<uint32_t> checksum_word;
     if (root.has("checksum")) {
-        const std::string c = root.at("checksum").str("\"A\" or \"B\"");
-        if (c != "A" && c != "B")
-            root.at("checksum").fail("\"A\" (every word) or \"B\" (record words)");
-        rule = c == "A" ? ejtest::Checksum::RuleA : ejtest::Checksum::RuleB;
+        const Node c = root.at("checksum");
+        if (c.v.is_number()) {
+            checksum_word = uint32_t(c.integer(0, 0xffffffff));
+        } else if (c.v.is_string() && (c.v == "A" || c.v == "B")) {
+            rule = c.v == "A" ? ejtest::Checksum::RuleA : ejtest::Checksum::RuleB;
+        } else {
+            c.fail("\"A\" (every word), \"B\" (record words) or a checksum word");
+        }
     }
     const Node records = root.at("records");
     records.array("an array of records");
@@ -293,7 +300,19 @@ std::vector<uint8_t> pack_container(const std::string &json_text, const std::str
         trailing = hex_bytes(root.at("trailing"));
     if (total + trailing.size() > std::numeric_limits<uint32_t>::max())
         records.fail("records that fit a container of at most 4 GiB");
-    return ejtest::make_container(parts, rule, trailing);
+    ejtest::Bytes out = ejtest::make_container(parts, rule, trailing);
+    // A size field other than the length, then the checksum over it.
+    if (root.has("size_field")) {
+        const uint32_t size = uint32_t(root.at("size_field").integer(0, 0xffffffff));
+        for (int i = 0; i < 4; ++i)
+            out[4 + i] = uint8_t(size >> (8 * i));
+        ejtest::seal(out, rule);
+    }
+    if (checksum_word) {
+        for (int i = 0; i < 4; ++i)
+            out[20 + i] = uint8_t(*checksum_word >> (8 * i));
+    }
+    return out;
 }
 
 namespace {
