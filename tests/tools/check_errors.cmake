@@ -12,6 +12,7 @@ set(cases
   "inspect|@W@/missing.kelb|3|cannot open @W@/missing.kelb"
   "inspect|@W@/bad_checksum.kelb|4|container rejected: checksum"
   "inspect|@W@/bad_size_field.kelb|4|container rejected: size field"
+  "inspect|@S@/module_nvm.json|4|container rejected: size field"
   "inspect|@S@/module.kelb,--nvm,@S@/module.kelb|5|NVM blob rejected by the NVM library (code 3)"
   "inspect|@S@/module.kelb,--png,@W@/a-file/pictures|7|cannot create directory"
   "pack||2|required"
