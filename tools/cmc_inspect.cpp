@@ -47,7 +47,8 @@ int run(const Options &opt)
     const Json report = build_report(session, base_name(opt.container),
                                      opt.nvm ? base_name(*opt.nvm) : std::string(),
                                      session.has_nvm() ? adaptation.report : Json());
-    const std::string out = opt.json ? report.dump(2) + "\n" : render_text(report);
+    const std::string out =
+        opt.json ? report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n" : render_text(report);
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::fflush(stdout);
 

@@ -32,6 +32,24 @@ std::string hex(const uint8_t *p, size_t n)
     return s;
 }
 
+// A string from the container as printable ASCII: other bytes as \xNN, so
+// that the report stays valid UTF-8 and readable on a terminal.
+std::string printable(const char *s)
+{
+    std::string out;
+    char buf[8];
+    for (; *s != '\0'; ++s) {
+        const unsigned char c = static_cast<unsigned char>(*s);
+        if (c >= 0x20 && c < 0x7f && c != '\\') {
+            out += char(c);
+        } else {
+            std::snprintf(buf, sizeof buf, "\\x%02x", c);
+            out += buf;
+        }
+    }
+    return out;
+}
+
 // A record header as stored at p: {"id", "version", "size"}.
 Json header_at(const uint8_t *p)
 {
@@ -300,12 +318,13 @@ Json summarize(const cmc_parsed_data *parsed, int slot)
         return j;
     }
     switch (slot) {
-    case 1: return Json{{"value", parsed->rec_1_name}};
+    case 1: return Json{{"value", printable(parsed->rec_1_name)}};
     case 2: return Json{{"value", parsed->rec_1_pair_count}};
     case 3: {
         Json pairs = Json::array();
         for (uint32_t i = 0; i < parsed->rec_1_pair_count; ++i)
-            pairs.push_back(Json{{"key", parsed->rec_1_pairs[i].key}, {"value", parsed->rec_1_pairs[i].value}});
+            pairs.push_back(Json{{"key", printable(parsed->rec_1_pairs[i].key)},
+                                 {"value", printable(parsed->rec_1_pairs[i].value)}});
         return Json{{"pairs", pairs}};
     }
     case 4: {
