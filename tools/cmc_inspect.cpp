@@ -58,6 +58,18 @@ int run(const Options &opt)
     if (session.has_nvm() && session.nvm() == nullptr)
         throw ToolError(kExitNvmRejected, *opt.nvm + ": NVM blob rejected by the NVM library (code " +
                                               std::to_string(session.nvm_status()) + ")");
+    // The correction does not saturate: say so where it bit.
+    uint64_t wrapped = 0;
+    if (adaptation.report.is_object() && adaptation.report.contains("sets"))
+        for (const Json &set : adaptation.report["sets"])
+            if (set.contains("positions"))
+                for (const Json &p : set["positions"])
+                    wrapped += p["wrapped"].get<uint64_t>();
+    if (wrapped > 0)
+        std::fprintf(stderr,
+                     "cmc-inspect: warning: %llu lens-shading samples exceeded 65535 and wrapped "
+                     "(see \"wrapped\" per set and position)\n",
+                     static_cast<unsigned long long>(wrapped));
     if (opt.png_dir) {
         const std::vector<std::string> files =
             write_pictures(session, adaptation.upscaled.get(), *opt.png_dir);

@@ -12,6 +12,7 @@
 
 #include "file_io.h"
 #include "heatmap_png.h"
+#include "lsc_adaptation.h"
 #include "pictures.h"
 #include "tool_status.h"
 
@@ -111,11 +112,16 @@ TEST_F(Heatmaps, SampleModulePicturesHaveTheGridShapes)
 {
     const ejtool::InspectSession session(ejtool::read_file(EJ_SAMPLES_DIR "/module.kelb"),
                                          ejtool::read_file(EJ_SAMPLES_DIR "/module.nvm"));
-    const std::vector<std::string> files = ejtool::write_pictures(session, nullptr, dir_.string());
-    // 4 sets x 4 positions before, after, and of the ratios.
-    ASSERT_GE(files.size(), 48u);
+    const ejtool::LscAdaptation adaptation =
+        ejtool::adapt_lens_shading(session.before(), session.result(), session.nvm());
+    const std::vector<std::string> files =
+        ejtool::write_pictures(session, adaptation.upscaled.get(), dir_.string());
+    // 4 sets x 4 positions before, after, and of the ratios; 4 NVM tables x 4
+    // planes; the id-30 map.
+    ASSERT_EQ(files.size(), 3u * 16 + 16 + 1);
     std::set<std::string> names(files.begin(), files.end());
-    for (const char *name : {"lsc_before_set0_pos00.png", "lsc_after_set3_pos11.png", "ratio_set2_pos10.png"})
+    for (const char *name : {"lsc_before_set0_pos00.png", "lsc_after_set3_pos11.png", "ratio_set2_pos10.png",
+                             "nvm_table4_plane3.png", "map30.png"})
         EXPECT_EQ(names.count(name), 1u) << name;
     const Picture before = read_png(path("lsc_before_set0_pos00.png"));
     const Picture after = read_png(path("lsc_after_set0_pos00.png"));
@@ -128,6 +134,9 @@ TEST_F(Heatmaps, SampleModulePicturesHaveTheGridShapes)
             colours.insert(pixel(before, x, y));
     EXPECT_GT(colours.size(), 10u) << "a vignetting grid spans many colours";
     EXPECT_EQ(after.width, before.width);
+    // The 9 x 7 map draws in 24-pixel cells (the largest).
+    const Picture map = read_png(path("map30.png"));
+    EXPECT_EQ(map.height, 8u + 7 * 24 + 8);
 }
 
 } // namespace

@@ -80,12 +80,14 @@ LscAdaptation adapt_lens_shading(const cmc_parsed_data *before, const cmc_parsed
         out.report = skipped("no lens-shading grids (ids 10, 28) or no ratio grids (ids 11, 33)");
         return out;
     }
-    if (after->rec_17 == nullptr || after->rec_2 == nullptr) {
-        out.report = skipped("no id-17 or no id-2 record to take the pattern and flip mode from");
+    // The parse skips the step without these, as the tool does.
+    if (after->rec_17 == nullptr || after->rec_17_ext == nullptr || after->rec_2 == nullptr) {
+        out.report = skipped("no id-2 record, or no id-17 record of version above 100, to take "
+                             "the pattern, channel order, flip mode and border flag from");
         return out;
     }
     const uint32_t flip_mode = u16_at(after->rec_17 + 12);
-    const uint8_t exclude_border = after->rec_17_ext != nullptr && u16_at(after->rec_17_ext) == 2;
+    const uint8_t exclude_border = u16_at(after->rec_17_ext) == 2;
     const uint32_t cfa = after->rec_2->cfa_pattern;
     const uint32_t order = u16_at(after->rec_17 + 10);
     Json j{{"ran", true},

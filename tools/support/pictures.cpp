@@ -72,6 +72,13 @@ std::vector<std::string> write_pictures(const InspectSession &session,
                 w.grid("nvm_table" + std::to_string(t + 1) + "_plane" + std::to_string(c) + ".png",
                        upscaled->tables[t] + c * n, ls->grid_width, ls->grid_height);
     }
+    if (const cmc_nvm_map_table *m = session.result() != nullptr ? session.result()->nvm_map_table : nullptr) {
+        // The map's extent is the one its head gives (the NVM map's with
+        // calibration data).
+        const uint16_t mw = uint16_t(m->head[22] | m->head[23] << 8);
+        const uint16_t mh = uint16_t(m->head[24] | m->head[25] << 8);
+        w.grid("map30.png", m->map, mw, mh);
+    }
     return w.take();
 }
 

@@ -278,6 +278,27 @@ Json plane_grid_set(const cmc_plane_grid_set &s)
     return j;
 }
 
+Json nvm_map_table(const cmc_nvm_map_table &m)
+{
+    const uint16_t w = u16_at(m.head + 22), h = u16_at(m.head + 24);
+    Json j{{"record", header_at(m.head)}, {"num_items", u16_at(m.head + 16)},
+           {"table_width", w}, {"table_height", h}};
+    const size_t n = size_t(w) * h;
+    if (m.map != nullptr && n > 0) {
+        int32_t lo = m.map[0], hi = lo;
+        for (size_t i = 1; i < n; ++i) {
+            lo = std::min(lo, m.map[i]);
+            hi = std::max(hi, m.map[i]);
+        }
+        j["map"] = Json{{"min", lo}, {"max", hi}};
+    } else {
+        j["map"] = nullptr;
+    }
+    j["items"] = m.items != nullptr;
+    j["aux"] = m.aux != nullptr;
+    return j;
+}
+
 Json four_plane_grid(const cmc_four_plane_grid &g)
 {
     const uint16_t a = u16_at(g.head + 12), b = u16_at(g.head + 14);
@@ -345,6 +366,7 @@ Json summarize(const cmc_parsed_data *parsed, int slot)
     case 48: return block_entries(parsed);
     case 49: return dual_block(*parsed->dual_block);
     case 50: return plane_grid_set(*parsed->plane_grid_set);
+    case 51: return nvm_map_table(*parsed->nvm_map_table);
     case 52: return four_plane_grid(*parsed->four_plane_grid);
     case 53: return lens_shading(*parsed->lens_shading4x4);
     case 56: return ratio(*parsed->lens_shading_ratio);
