@@ -10,6 +10,8 @@
 #include <set>
 #include <tuple>
 
+#include <unistd.h>
+
 #include "file_io.h"
 #include "heatmap_png.h"
 #include "lsc_adaptation.h"
