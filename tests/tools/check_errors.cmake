@@ -1,4 +1,4 @@
-# Each case: tool, arguments (comma-separated), expected exit code, a text
+# Each case (or, for one, a success): tool, arguments (comma-separated), expected exit code, a text
 # the output must contain. @S@ stands for the samples, @D@ for the test
 # data, @W@ for a scratch directory.
 cmake_policy(VERSION 3.25)
@@ -12,6 +12,7 @@ set(cases
   "inspect|@W@/missing.kelb|3|cannot open @W@/missing.kelb"
   "inspect|@W@/bad_checksum.kelb|4|container rejected: checksum"
   "inspect|@W@/bad_size_field.kelb|4|container rejected: size field"
+  "inspect|@W@/rule_b.kelb|0|checksum_rules: [B]"
   "inspect|@S@/module_nvm.json|4|container rejected: size field"
   "inspect|@S@/module.kelb,--nvm,@S@/module.kelb|5|NVM blob rejected by the NVM library (code 3)"
   "inspect|@S@/module.kelb,--png,@W@/a-file/pictures|7|cannot create directory"
@@ -27,8 +28,8 @@ set(cases
   "pack|--nvm,@D@/bad_nvm.json,-o,@W@/x|6|$.lens_shading.tables[0].channels: expected an array of 4 channel tables"
   "pack|@S@/module_nvm.json,-o,@W@/x|6|$.format: expected \"kelb-container\", found \"nvm-blob\"")
 
-# Containers the parser rejects, built by cmc-pack.
-foreach(name bad_checksum bad_size_field)
+# Containers built by cmc-pack: two the parser rejects, one sealed by rule B.
+foreach(name bad_checksum bad_size_field rule_b)
   execute_process(COMMAND ${PACK} ${DATA}/${name}.json -o ${WORK}/${name}.kelb RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
     message(FATAL_ERROR "cmc-pack ${name}.json exited with ${rc}")
