@@ -23,13 +23,16 @@ constexpr const char *kExitCodes = R"(Exit codes:
   3  a file could not be read
   4  the parser rejected the container (the report says which check failed)
   5  the NVM library rejected the NVM blob
-  7  a picture could not be written)";
+  7  a picture could not be written
+  8  --lint: a record was dropped, shortened or ignored, or a lens-shading
+     sample wrapped)";
 
 struct Options {
     std::string container;
     std::optional<std::string> nvm;
     bool json = false;
     std::optional<std::string> png_dir;
+    bool lint = false;
 };
 
 int run(const Options &opt)
@@ -70,6 +73,17 @@ int run(const Options &opt)
                      "cmc-inspect: warning: %llu lens-shading samples exceeded 65535 and wrapped "
                      "(see \"wrapped\" per set and position)\n",
                      static_cast<unsigned long long>(wrapped));
+    const size_t dropped = report.contains("drops") ? report["drops"].size() : 0;
+    if (opt.lint && (dropped > 0 || wrapped > 0)) {
+        // Lint findings come after the pictures so that a failing check still
+        // leaves them to look at.
+        if (opt.png_dir)
+            write_pictures(session, adaptation.upscaled.get(), *opt.png_dir);
+        throw ToolError(kExitLintFindings, "lint: " + std::to_string(dropped) +
+                                               " record event(s) (dropped, shortened or ignored), " +
+                                               std::to_string(wrapped) +
+                                               " lens-shading sample(s) wrapped");
+    }
     if (opt.png_dir) {
         const std::vector<std::string> files =
             write_pictures(session, adaptation.upscaled.get(), *opt.png_dir);
@@ -90,6 +104,8 @@ int main(int argc, char **argv)
     app.add_option("--nvm", opt.nvm, "the module's NVM blob: adapt the lens shading to it");
     app.add_flag("--json", opt.json, "print the report as JSON (schema cmc-inspect, docs/inspect-json.md)");
     app.add_option("--png", opt.png_dir, "write heatmaps of the grids into this directory");
+    app.add_flag("--lint", opt.lint,
+                 "exit with 8 when any record was dropped, shortened or ignored, or a lens-shading sample wrapped");
     app.set_version_flag("--version", std::string("cmc-inspect (ej_cmc_parser) ") + EJ_CMC_PARSER_VERSION_STRING);
     try {
         app.parse(argc, argv);

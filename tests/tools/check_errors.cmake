@@ -16,6 +16,9 @@ set(cases
   "inspect|@S@/module_nvm.json|4|container rejected: size field"
   "inspect|@S@/module.kelb,--nvm,@S@/module.kelb|5|NVM blob rejected by the NVM library (code 3)"
   "inspect|@S@/module.kelb,--png,@W@/a-file/pictures|7|cannot create directory"
+  "inspect|@W@/clean.kelb,--lint|0|slots"
+  "inspect|@S@/module.kelb,--nvm,@S@/module.nvm,--lint|8|lint: 1 record event(s) (dropped, shortened or ignored), 136 lens-shading sample(s) wrapped"
+  "inspect|@W@/truncated_record.kelb,--lint|8|lint: 1 record event(s)"
   "pack||2|required"
   "pack|--help|0|Exit codes"
   "pack|--version|0|cmc-pack (ej_cmc_parser) ${VERSION}"
@@ -28,8 +31,9 @@ set(cases
   "pack|--nvm,@D@/bad_nvm.json,-o,@W@/x|6|$.lens_shading.tables[0].channels: expected an array of 4 channel tables"
   "pack|@S@/module_nvm.json,-o,@W@/x|6|$.format: expected \"kelb-container\", found \"nvm-blob\"")
 
-# Containers built by cmc-pack: two the parser rejects, one sealed by rule B.
-foreach(name bad_checksum bad_size_field rule_b)
+# Containers built by cmc-pack: two the parser rejects, one sealed by rule B, one
+# with a record too short for its counts, one without any finding.
+foreach(name bad_checksum bad_size_field rule_b truncated_record clean)
   execute_process(COMMAND ${PACK} ${DATA}/${name}.json -o ${WORK}/${name}.kelb RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
     message(FATAL_ERROR "cmc-pack ${name}.json exited with ${rc}")

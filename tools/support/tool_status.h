@@ -16,6 +16,7 @@ enum ExitCode : int {
     kExitNvmRejected = 5,        // the NVM library rejected the NVM blob
     kExitBadDescription = 6,     // cmc-pack: the description is malformed
     kExitPicture = 7,            // cmc-inspect --png: a picture could not be written
+    kExitLintFindings = 8,       // cmc-inspect --lint: drops or wrapped samples were found
 };
 
 // An error that ends the tool: the message goes to stderr, the code is the
