@@ -36,6 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size > (1u << 20))
         return 0;
+    ejfuzz::quiet_log();
     ejfuzz::FuzzInput in(data, size);
     const uint8_t flags = in.u8();
     const uint8_t fail_at = in.u8();

@@ -45,6 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size > (1u << 20))
         return 0;
+    ejfuzz::quiet_log();
     ejfuzz::FuzzInput in(data, size);
     const uint16_t id = in.u8() % 64;
     const uint8_t version = in.u8();
