@@ -7,9 +7,13 @@
 //   u8 version  the record's version byte
 //   u8 flags    bit 0: parse an NVM blob and hand its handle over;
 //               bit 1: decode a second copy of the record after the first
-//                      (the replacement paths of a repeated id)
+//                      (the replacement paths of a repeated id);
+//               bit 2: decode an earlier record first (an id-17 record
+//                      before id 30, an id-31 before id 3, ...)
 //   u8 fail_at  the k-th allocation fails (0: none)
 //   [u32 length + bytes: the NVM blob, when bit 0 is set]
+//   [u32 length + bytes: the earlier record, header first (its size field
+//    is set to its length, its id taken modulo 64), when bit 2 is set]
 //   the rest: the payload behind the 8-byte record header
 #include <cstdlib>
 #include <cstring>
@@ -39,6 +43,11 @@ uint8_t *make_record(uint16_t id, uint8_t version, const uint8_t *payload, size_
     return r;
 }
 
+uint16_t load_id(const uint8_t *record)
+{
+    return static_cast<uint16_t>(record[6] | record[7] << 8);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -53,6 +62,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const uint8_t fail_at = in.u8();
     size_t nvm_len = 0;
     const uint8_t *nvm_bytes = (flags & 1) != 0 ? in.block(&nvm_len) : nullptr;
+    size_t earlier_len = 0;
+    const uint8_t *earlier = (flags & 4) != 0 ? in.block(&earlier_len) : nullptr;
     size_t n = 0;
     const uint8_t *payload = in.rest(&n);
 
@@ -67,6 +78,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             const ej_data_block block{blob.data, static_cast<uint32_t>(nvm_len)};
             const int rc = ej_nvm_parse(&block, &nvm);
             EJ_FUZZ_CHECK((rc == EJ_NVM_OK) == (nvm != nullptr));
+        }
+        if (earlier != nullptr && earlier_len >= 8) {
+            uint8_t *record = make_record(load_id(earlier) % 64, earlier[4], earlier + 8,
+                                          earlier_len - 8);
+            if (cmc_parse(record, parsed, nvm) != CMC_PARSE_OK)
+                std::free(record);
         }
         for (int copy = 0; copy < ((flags & 2) != 0 ? 2 : 1); ++copy) {
             uint8_t *record = make_record(id, version, payload, n);

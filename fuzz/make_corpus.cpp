@@ -90,6 +90,27 @@ Bytes rec_34()
     return ejtest::make_rec_34({table, list, fixed});
 }
 
+// An id-30 map record: k items, a w x h table (u16 up to version 100, 32-bit
+// values from 101, after a blend factor from 102) and a w2 x h2 block.
+Bytes rec_30(uint8_t version, uint16_t w, uint16_t h, int32_t centre)
+{
+    ByteWriter p;
+    p.zeros(8).u16(2).zeros(4).u16(w).u16(h).u16(2).u16(1);
+    p.u16(1).u16(2).u16(3).u16(4).u16(5).u16(6); // two items
+    if (version >= 102)
+        p.f32(0.75f);
+    for (uint32_t i = 0; i < uint32_t(w) * h; ++i) {
+        const int32_t v = i == uint32_t(h / 2) * w + w / 2 ? centre : int32_t(100 + i);
+        if (version >= 101)
+            p.i32(v);
+        else
+            p.u16(uint16_t(v));
+    }
+    p.u32(0x11223344).u32(0x55667788);
+    p.pad_to((p.size() + 8 + 7) / 8 * 8 - 8);
+    return ejtest::make_record(30, version, p.take());
+}
+
 std::vector<Bytes> extra_records() { return {legacy_3(), rec_31(), rec_34()}; }
 
 ejnvm::LscSection lsc(uint8_t w, uint8_t h, std::vector<uint8_t> frac_bits)
@@ -144,6 +165,11 @@ void init_corpus()
     for (uint8_t k : {1, 2, 7, 40, 120})
         emit("init", "sample_module_fail_alloc_" + std::to_string(k), run(0x07, k, nvm, module));
     emit("init", "extra_records", run(0x07, 0, nvm, ejtest::make_container(extra_records())));
+    {
+        std::vector<Bytes> with_map = sample;
+        with_map.push_back(rec_30(102, 5, 3, 1000));
+        emit("init", "sample_module_with_id30", run(0x07, 0, nvm, ejtest::make_container(with_map)));
+    }
     emit("init", "empty_container", run(0x01, 0, {}, ejtest::make_container({})));
     // One container per record of the sample, so that mutations of a
     // small input reach each decoder through the walk.
@@ -179,7 +205,34 @@ void record_corpus()
         emit("record", "id" + std::to_string(id) + "_len" + std::to_string(r.size()) + "_twice",
              run(r, r[4], 2));
     }
-    for (uint16_t id : {0, 4, 12, 30, 39, 63})
+    // Records that read an earlier one: id 30 (flip mode of id 17, NVM map),
+    // id 3 after id 31, id 10 after id 28, id 11 after id 33.
+    auto with_earlier = [&](const Bytes &earlier, const Bytes &record, uint8_t flags) {
+        Bytes in{uint8_t(record_id(record)), record[4], uint8_t(flags | 4), 0};
+        if ((flags & 1) != 0)
+            in = concat({in, block(nvm)});
+        return concat({in, block(earlier), Bytes(record.begin() + 8, record.end())});
+    };
+    auto sample_of = [&](uint16_t id) {
+        for (const Bytes &r : records)
+            if (record_id(r) == id)
+                return r;
+        return Bytes{};
+    };
+    const Bytes rec17 = sample_of(17);
+    for (uint8_t v = 100; v <= 102; ++v) {
+        const std::string name = "id30_v" + std::to_string(v);
+        emit("record", name, run(rec_30(v, 5, 3, 1000), v, 0));
+        emit("record", name + "_nvm", run(rec_30(v, 5, 3, 1000), v, 1));
+        emit("record", name + "_after_id17_nvm", with_earlier(rec17, rec_30(v, 5, 3, 1000), 1));
+    }
+    emit("record", "id30_v101_zero_centre_nvm", with_earlier(rec17, rec_30(101, 3, 3, 0), 1));
+    emit("record", "id3_after_id31", with_earlier(sample_of(31), legacy_3(), 0));
+    emit("record", "id10_after_id28", with_earlier(sample_of(28), sample_of(10), 0));
+    for (const auto &s : ejtest::sample_structured_records())
+        if (s.id == 11)
+            emit("record", "id11_after_id33", with_earlier(sample_of(33), ejtest::sample_at(s, s.full), 0));
+    for (uint16_t id : {0, 4, 12, 39, 63})
         emit("record", "id" + std::to_string(id) + "_nvm",
              run(ejtest::make_record(id, 100, Bytes(64, 1)), 100, 1));
 }
