@@ -259,10 +259,12 @@ void nvm_corpus()
 }
 
 // Extents of the resample target are read with FuzzInput::in_range(0, 256)
-// (two bytes each); signed ones with in_range(0, 258) less 2.
+// (two bytes each), those of the bicubic kernels with in_range(0, 96) (one
+// byte each); signed ones with in_range(0, 258) less 2.
 void resample_corpus()
 {
     auto ext = [](ByteWriter &w, uint32_t v) { w.u16(uint16_t(v)); };
+    auto bext = [](ByteWriter &w, uint32_t v) { w.u8(uint8_t(v)); };
     auto sext = [](ByteWriter &w, int32_t v) { w.u16(uint16_t(v + 2)); };
     const Bytes samples = {0x10, 0x80, 0xff, 0x3f, 0x00, 0x7f, 0x41, 0x20, 0x9c, 0x01, 0xc0, 0x3e};
     auto emit_case = [&](unsigned kernel, const std::string &name, ByteWriter &w) {
@@ -272,14 +274,14 @@ void resample_corpus()
     };
     for (unsigned k : {0u, 1u}) { // bicubic upscale to float: src, dst, planes
         ByteWriter w;
-        ext(w, 5); ext(w, 4); ext(w, 17); ext(w, 13); w.u8(2);
+        bext(w, 5); bext(w, 4); bext(w, 17); bext(w, 13); w.u8(2);
         emit_case(k, "upscale", w);
     }
     for (unsigned k : {2u, 3u}) { // bicubic resize: src h, w, dst h, w, frac bits
         ByteWriter up, down;
-        ext(up, 4); ext(up, 6); ext(up, 9); ext(up, 11); up.u8(10);
+        bext(up, 4); bext(up, 6); bext(up, 9); bext(up, 11); up.u8(10);
         emit_case(k, "enlarge", up);
-        ext(down, 12); ext(down, 16); ext(down, 5); ext(down, 7); down.u8(8);
+        bext(down, 12); bext(down, 16); bext(down, 5); bext(down, 7); down.u8(8);
         emit_case(k, "shrink", down);
     }
     { // nearest, interleaved: src w, h, dst w, h, channels
