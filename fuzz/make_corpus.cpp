@@ -333,6 +333,38 @@ void resample_corpus()
     }
 }
 
+// Calls of the lsc target: every function on a small, well-formed case.
+// Extents are single bytes (in_range over small spans).
+void lsc_corpus()
+{
+    ByteWriter values;
+    for (float v : {1.0f, 1.25f, 0.75f, 1.5f, 2.0f, 0.5f, 1.125f, 3.0f})
+        values.f32(v);
+    const Bytes data = values.take();
+    auto emit_case = [&](const std::string &name, Bytes head) {
+        emit("lsc", name, concat({head, data}));
+    };
+    emit_case("transpose", {0, 0, 6, 4, 0, 1});
+    emit_case("mul_mm", {1, 0, 0, 0, 0, 0, 4, 3, 5, 1, 0, 1, 0});
+    emit_case("mul_mm_lsc", {2, 0, 4, 3, 1, 1, 3, 2, 1, 0, 0, 0});
+    emit_case("mul_mv", {3, 0, 0, 0, 0, 0, 6, 4, 1, 1, 0, 0});
+    emit_case("mul_mv_lsc", {4, 0, 5, 4, 1, 1, 3, 1, 0, 0, 1});
+    emit_case("lu_m", {5, 0, 5, 1, 0, 0});
+    emit_case("lu_fit", {6, 0, 17, 13, 0, 0, 0});
+    emit_case("lu_fit_lsc", {7, 0, 17, 13, 0, 2, 2});
+    emit_case("polynomial_upscale", {8, 0, 9, 7, 17, 13, 1, 1, 0x0f});
+    emit_case("tables_polynomial", {9, 0, 17, 13, 0, 1, 9, 7, 2, 10, 8});
+    emit_case("tables_bicubic", {10, 0, 17, 13, 1, 0, 9, 7, 2, 10, 6});
+    // Ratio correction on a 4 x 4 pattern (code 256): grid_map bytes are
+    // the grid number plus one.
+    Bytes ratio{11, 0, 4, 3, 2, 1, 10, 0, 2, 0};
+    const Bytes map = {1, 2, 3, 4, 2, 1, 4, 3, 1, 2, 3, 4, 2, 1, 4, 3};
+    ratio = concat({ratio, map, Bytes{4, 4}, map, Bytes{4, 4}, Bytes{1, 2}});
+    emit_case("ratio_correction", ratio);
+    ratio[6] = 2; // pattern code 2 (2 x 2)
+    emit_case("ratio_correction_2x2", ratio);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -347,5 +379,6 @@ int main(int argc, char **argv)
     kelb_record_corpus();
     nvm_corpus();
     resample_corpus();
+    lsc_corpus();
     return 0;
 }
