@@ -170,6 +170,11 @@ void init_corpus()
         with_map.push_back(rec_30(102, 5, 3, 1000));
         emit("init", "sample_module_with_id30", run(0x07, 0, nvm, ejtest::make_container(with_map)));
     }
+    // The lens-shading step against NVM tables of other shapes (other
+    // grids, u8 and u16 samples, an empty grid, no tables at all).
+    for (const auto &[name, blob] : nvm_blobs())
+        if (name != "sample")
+            emit("init", "sample_module_nvm_" + name, run(0x03, 0, blob, module));
     emit("init", "empty_container", run(0x01, 0, {}, ejtest::make_container({})));
     // One container per record of the sample, so that mutations of a
     // small input reach each decoder through the walk.
