@@ -308,9 +308,14 @@ void ratio_correction(FuzzInput &in)
     const uint32_t cfa = kPatterns[in.u8() % (sizeof(kPatterns) / sizeof(kPatterns[0]))];
     const uint32_t order = in.in_range(0, 4);
     const uint8_t num_tables = uint8_t(in.in_range(0, 3));
-    const uint8_t nulls = in.u8(); // bit 0..2: pass that argument as null
+    const uint8_t nulls = in.u8(); // bits 0..2: that one null; 3..5 all set: other extents
     auto *ls = make_structure<cmc_lens_shading4x4, cmc_lens_shading4x4_set>(in, sets, w, h);
-    auto *ratio = make_structure<cmc_lens_shading_ratio, cmc_lens_shading_ratio_set>(in, ratio_sets, w, h);
+    // Now and then ratio grids of other extents: smaller ones must be
+    // refused, larger ones are read only as far as the lens-shading grids.
+    const bool other_extents = (nulls & 0x38) == 0x38;
+    const uint16_t rw = other_extents ? uint16_t(in.in_range(0, 8)) : w;
+    const uint16_t rh = other_extents ? uint16_t(in.in_range(0, 8)) : h;
+    auto *ratio = make_structure<cmc_lens_shading_ratio, cmc_lens_shading_ratio_set>(in, ratio_sets, rw, rh);
     for (uint16_t i = 0; i < ratio_sets; ++i)
         ratio->sets[i].nvm_table_index = uint16_t(in.in_range(0, 4));
 

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "kelb_builder.h"
@@ -368,6 +369,13 @@ void lsc_corpus()
     emit_case("ratio_correction", ratio);
     ratio[6] = 2; // pattern code 2 (2 x 2)
     emit_case("ratio_correction_2x2", ratio);
+    // Ratio grids smaller and larger than the lens-shading grids.
+    for (const auto &[name, rw, rh] : {std::tuple{"smaller", 3, 2}, std::tuple{"larger", 6, 4}}) {
+        Bytes other{11, 0, 4, 3, 2, 1, 10, 0, 2, 0x38};
+        other = concat({other, map, Bytes{4, 4}, Bytes{uint8_t(rw), uint8_t(rh)}, map, Bytes{4, 4},
+                        Bytes{1, 2}});
+        emit_case(std::string("ratio_correction_") + name + "_ratio_grids", other);
+    }
 }
 
 } // namespace
