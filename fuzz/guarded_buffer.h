@@ -21,7 +21,7 @@ public:
     static constexpr size_t kGuardBytes = 64;
     static constexpr uint8_t kPattern = 0xA5;
 
-    explicit Guarded(size_t n) : n_(n), bytes_(n * sizeof(T) + 2 * kGuardBytes)
+    explicit Guarded(size_t n) : bytes_(n * sizeof(T) + 2 * kGuardBytes)
     {
         raw_ = static_cast<uint8_t *>(std::malloc(bytes_));
         if (raw_ == nullptr)
@@ -59,7 +59,6 @@ private:
         return true;
     }
 
-    size_t n_;
     size_t bytes_;
     uint8_t *raw_;
 };
