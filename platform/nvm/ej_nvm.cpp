@@ -13,6 +13,15 @@
 
 namespace {
 
+// Tests route the stand-in's allocations through their own counter (see
+// ej_nvm_set_calloc); per thread, like the parser's own failure injection.
+thread_local ej_nvm_calloc_fn t_calloc = nullptr;
+
+void *nvm_calloc(size_t count, size_t size)
+{
+    return t_calloc != nullptr ? t_calloc(count, size) : std::calloc(count, size);
+}
+
 constexpr uint64_t kHeaderSize = 16;
 constexpr uint64_t kLscHeaderSize = 4;
 constexpr uint64_t kLscTableHeaderSize = 4;
@@ -117,7 +126,7 @@ int read_channel(Cursor &cur, uint64_t samples, uint64_t width, void **out)
         return EJ_NVM_ERR_TRUNCATED;
     if (samples == 0)
         return EJ_NVM_OK;
-    void *dst = std::calloc(samples, width);
+    void *dst = nvm_calloc(samples, width);
     if (dst == nullptr)
         return EJ_NVM_ERR_NO_MEMORY;
     *out = dst;
@@ -170,7 +179,7 @@ int read_lsc_section(Cursor &cur, ej_nvm_data *out)
     if (count * min_table > cur.remaining())
         return EJ_NVM_ERR_TRUNCATED;
 
-    nvm_lsc_table *tables = static_cast<nvm_lsc_table *>(std::calloc(count, sizeof(nvm_lsc_table)));
+    nvm_lsc_table *tables = static_cast<nvm_lsc_table *>(nvm_calloc(count, sizeof(nvm_lsc_table)));
     if (tables == nullptr)
         return EJ_NVM_ERR_NO_MEMORY;
     out->lsc_tables = tables;
@@ -197,7 +206,7 @@ int read_map_section(Cursor &cur, ej_nvm_data *out)
         return EJ_NVM_ERR_TRUNCATED;
 
     nvm_map_calibration *map =
-        static_cast<nvm_map_calibration *>(std::calloc(1, sizeof(nvm_map_calibration)));
+        static_cast<nvm_map_calibration *>(nvm_calloc(1, sizeof(nvm_map_calibration)));
     if (map == nullptr)
         return EJ_NVM_ERR_NO_MEMORY;
     out->map_calibration = map;
@@ -209,7 +218,7 @@ int read_map_section(Cursor &cur, ej_nvm_data *out)
     // consumers read null as "no values".
     if (count == 0)
         return EJ_NVM_OK;
-    int32_t *values = static_cast<int32_t *>(std::calloc(count, sizeof(int32_t)));
+    int32_t *values = static_cast<int32_t *>(nvm_calloc(count, sizeof(int32_t)));
     if (values == nullptr)
         return EJ_NVM_ERR_NO_MEMORY;
     map->cal_map_values = values;
@@ -252,7 +261,7 @@ extern "C" int ej_nvm_parse(const ej_data_block *nvm, ej_nvm_data **handle)
     if (rc != EJ_NVM_OK)
         return rc;
 
-    ej_nvm_data *out = static_cast<ej_nvm_data *>(std::calloc(1, sizeof(ej_nvm_data)));
+    ej_nvm_data *out = static_cast<ej_nvm_data *>(nvm_calloc(1, sizeof(ej_nvm_data)));
     if (out == nullptr)
         return EJ_NVM_ERR_NO_MEMORY;
     out->format_version = version;
@@ -272,4 +281,9 @@ extern "C" void ej_nvm_deinit(ej_nvm_data *handle)
     release_lsc_tables(handle->lsc_tables, handle->lsc_table_count);
     release_map(handle->map_calibration);
     std::free(handle);
+}
+
+extern "C" void ej_nvm_set_calloc(ej_nvm_calloc_fn fn)
+{
+    t_calloc = fn;
 }

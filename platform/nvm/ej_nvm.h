@@ -90,6 +90,18 @@ int ej_nvm_parse(const ej_data_block *nvm, ej_nvm_data **handle);
 /** Release a handle from ej_nvm_parse(); null does nothing. */
 void ej_nvm_deinit(ej_nvm_data *handle);
 
+/** Allocation function of the stand-in: calloc's arguments and contract. */
+typedef void *(*ej_nvm_calloc_fn)(size_t count, size_t size);
+
+/**
+ * Stand-in only, for tests: on the calling thread, ej_nvm_parse() allocates
+ * with fn instead of calloc (null restores calloc); results are still
+ * released with free(). Lets a test count and fail the stand-in's
+ * allocations together with the parser's own. The real library has no such
+ * call and the parser never makes it.
+ */
+void ej_nvm_set_calloc(ej_nvm_calloc_fn fn);
+
 #if defined(__LP64__)
 #if defined(__cplusplus)
 #define EJ_NVM_STATIC_ASSERT(cond, name) static_assert(cond, #name)

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "allocation.h"
+#include "ej_nvm.h"
 
 namespace ejtest {
 
@@ -13,6 +14,15 @@ struct FailureInjection {
     ~FailureInjection() { cmc_alloc_fail_at(0); }
     FailureInjection(const FailureInjection &) = delete;
     FailureInjection &operator=(const FailureInjection &) = delete;
+};
+
+// While in scope, the NVM stand-in allocates through the library's counter
+// too, so that a FailureInjection reaches the NVM parse inside a parse.
+struct NvmAllocationsCounted {
+    NvmAllocationsCounted() { ej_nvm_set_calloc(cmc_calloc); }
+    ~NvmAllocationsCounted() { ej_nvm_set_calloc(nullptr); }
+    NvmAllocationsCounted(const NvmAllocationsCounted &) = delete;
+    NvmAllocationsCounted &operator=(const NvmAllocationsCounted &) = delete;
 };
 
 } // namespace ejtest
