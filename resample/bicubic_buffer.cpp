@@ -1,4 +1,5 @@
 // The padded buffer that every bicubic kernel interpolates from.
+#include <cmath>
 #include <cstring>
 
 #include "bicubic_internal.h"
