@@ -142,4 +142,56 @@ TEST_F(IsaVariants, BicubicResizeToU16p10)
     }
 }
 
+// Bilinear extents: small ones of every shape, strips of several hundred
+// columns, strong reductions whose source span limits the strip.
+std::vector<Extents> bilinear_extents()
+{
+    std::vector<Extents> out;
+    std::mt19937 gen(23);
+    for (int k = 0; k < 40; ++k)
+        out.push_back({uint16_t(2 + gen() % 60), uint16_t(2 + gen() % 20), uint16_t(2 + gen() % 90),
+                       uint16_t(2 + gen() % 20)});
+    out.push_back({37, 5, 1300, 3});
+    out.push_back({3000, 3, 600, 2});
+    out.push_back({9000, 2, 515, 4});
+    out.push_back({600, 4, 599, 7});
+    out.push_back({2, 2, 2, 2});
+    return out;
+}
+
+template <typename T, typename Resize>
+void compare_bilinear(Resize resize, const char *name)
+{
+    uint32_t seed = 300;
+    for (const Extents &e : bilinear_extents()) {
+        const auto src = random_plane<T>(size_t(e.sw) * e.sh, seed++);
+        for (int32_t step : {1, 3}) {
+            expect_same_bits<T>(size_t(e.dw) * e.dh * size_t(step), [&](T *dst) {
+                return resize(src.data(), e, dst, step);
+            }, std::string(name) + " step " + std::to_string(step) + " " + describe(e));
+        }
+    }
+}
+
+TEST_F(IsaVariants, BilinearResize)
+{
+    compare_bilinear<uint8_t>([](const uint8_t *src, const Extents &e, uint8_t *dst, int32_t step) {
+        return step == 1 ? resize_2d_array_uint8(src, e.sw, e.sh, dst, e.dw, e.dh)
+                         : resize_2d_array_uint8_v1(src, e.sw, e.sh, dst, e.dw, e.dh, step);
+    }, "uint8");
+    compare_bilinear<uint16_t>([](const uint16_t *src, const Extents &e, uint16_t *dst, int32_t step) {
+        return step == 1 ? resize_2d_array_uint16(src, e.sw, e.sh, dst, e.dw, e.dh)
+                         : resize_2d_array_uint16_v1(src, e.sw, e.sh, dst, e.dw, e.dh, step);
+    }, "uint16");
+    // The crop: margins from the step argument (1: none; 3: 1 left, 2 right, 1 top).
+    compare_bilinear<uint16_t>([](const uint16_t *src, const Extents &e, uint16_t *dst, int32_t step) {
+        const resize_crop_pair tl = {step == 1 ? 0 : 1, step == 1 ? 0 : 1};
+        const resize_crop_pair br = {step == 1 ? 0 : 2, 0};
+        return crop_resize_2d_array_uint16(src, e.sw, e.sh, tl, br, dst, e.dw, e.dh);
+    }, "crop uint16");
+    compare_bilinear<float>([](const float *src, const Extents &e, float *dst, int32_t step) {
+        return resize_2d_array_float(src, e.sw, e.sh, dst, uint16_t(e.dw + step - 1), e.dh);
+    }, "float");
+}
+
 } // namespace

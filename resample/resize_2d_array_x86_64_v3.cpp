@@ -1,0 +1,276 @@
+// x86-64-v3 loops of the bilinear 2-D array resize.
+//
+// Integer members: the weighted sum of the four neighbours is an exact
+// integer (it fits the member's sum type), so it may be formed in any order.
+// These loops form the portable loops' value split by axis:
+//   H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1   (once per source row and column)
+//   out     = (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^15) >> 16
+// which is the same integer, rounded and stored as the portable loop does.
+// H of a source row serves every output row that reads that row.
+//
+// Float member: every output is computed with exactly the portable
+// operations (same products, same fused steps, same order), eight outputs of
+// a row per vector.
+//
+// Output columns are handled in strips whose per-column tables (lower index,
+// weights) and horizontal sums fit in bounded stack buffers: the kernels
+// allocate nothing. No inline function with external linkage is called from
+// here (see bicubic_math.h for why).
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "resample_x86_64_v3.h"
+
+namespace {
+
+constexpr uint32_t kStripColumns = 512;
+
+inline uint32_t min_u32(uint32_t a, uint32_t b)
+{
+    return a < b ? a : b;
+}
+
+inline __m256i lane_index()
+{
+    return _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+}
+
+inline __m256i load8(const int32_t *p)
+{
+    return _mm256_load_si256(reinterpret_cast<const __m256i *>(p));
+}
+
+// Lower index and upper weight of fixed-point position pos (F = 8): pos 0
+// takes the pair (0, 1) with weight 0 on 1; otherwise lower = (pos - 1) >> 8.
+inline void axis_rule(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
+{
+    lower = pos == 0 ? 0 : (pos - 1) >> 8;
+    upper_weight = pos - (lower << 8);
+}
+
+struct strip {
+    alignas(32) int32_t x0[kStripColumns]; // lower source index of each column
+    alignas(32) int32_t wx0[kStripColumns];
+    alignas(32) int32_t wx1[kStripColumns];
+    alignas(32) uint32_t h[2][kStripColumns]; // H of source row `row[s]`, slot s = row & 1
+    int64_t row[2];
+    uint32_t n;      // columns in the strip
+    uint32_t vector; // n rounded up to whole vectors
+};
+
+void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step)
+{
+    s.n = min_u32(kStripColumns, columns_left);
+    s.vector = (s.n + 7) & ~7u;
+    for (uint32_t k = 0; k < s.vector; ++k) {
+        // Lanes past the last column repeat it, so their reads stay inside.
+        uint32_t lower, weight;
+        axis_rule(x_start + (ox0 + min_u32(k, s.n - 1)) * x_step, lower, weight);
+        s.x0[k] = int32_t(lower);
+        s.wx1[k] = int32_t(weight);
+        s.wx0[k] = int32_t(256 - weight);
+    }
+    s.row[0] = s.row[1] = -1;
+}
+
+// The neighbour pairs (S[x0], S[x0 + 1]) of eight columns, from one 32-bit
+// gather per column: 16-bit samples are read as one pair.
+inline void pairs8(const uint16_t *row, __m256i x0, __m256i &lo, __m256i &hi)
+{
+    const __m256i both = _mm256_i32gather_epi32(reinterpret_cast<const int *>(row), x0, 2);
+    lo = _mm256_and_si256(both, _mm256_set1_epi32(0xFFFF));
+    hi = _mm256_srli_epi32(both, 16);
+}
+
+// 8-bit samples: a 32-bit read at x0 takes x0 ... x0 + 3, so it is used only
+// where x0 + 3 is still inside the source (`readable` elements from row).
+inline void pairs8(const uint8_t *row, __m256i x0, __m256i &lo, __m256i &hi)
+{
+    const __m256i four = _mm256_i32gather_epi32(reinterpret_cast<const int *>(row), x0, 1);
+    lo = _mm256_and_si256(four, _mm256_set1_epi32(0xFF));
+    hi = _mm256_and_si256(_mm256_srli_epi32(four, 8), _mm256_set1_epi32(0xFF));
+}
+
+inline size_t wide_read_bytes(const uint16_t *)
+{
+    return 4; // two samples: never past x0 + 1
+}
+inline size_t wide_read_bytes(const uint8_t *)
+{
+    return 4; // four samples: up to x0 + 3
+}
+
+// H of one source row at every column of the strip. `readable` is the number
+// of source elements from `row` to the end of the source.
+template <typename T>
+void horizontal_row(const strip &s, const T *row, size_t readable, uint32_t *h)
+{
+    const size_t samples_read = wide_read_bytes(row) / sizeof(T);
+    uint32_t k = 0;
+    for (; k < s.vector; k += 8) {
+        // The last column of the vector reads the most.
+        if (size_t(s.x0[k + 7]) + samples_read > readable)
+            break;
+        __m256i lo, hi;
+        pairs8(row, load8(s.x0 + k), lo, hi);
+        const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(lo, load8(s.wx0 + k)),
+                                             _mm256_mullo_epi32(hi, load8(s.wx1 + k)));
+        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
+    }
+    for (; k < s.vector; ++k)
+        h[k] = uint32_t(row[s.x0[k]]) * uint32_t(s.wx0[k]) +
+               uint32_t(row[s.x0[k] + 1]) * uint32_t(s.wx1[k]);
+}
+
+// Eight results (each below 2^16, or 2^8 for 8-bit samples) narrowed.
+inline void store8(uint16_t *out, __m256i r)
+{
+    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), _mm256_castsi256_si128(packed));
+}
+inline void store8(uint8_t *out, __m256i r)
+{
+    const __m256i words = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
+    const __m128i bytes = _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_castsi256_si128(words));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(out), bytes);
+}
+
+template <typename T>
+void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start, uint32_t x_step,
+          uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width, uint32_t dst_height,
+          size_t dst_step)
+{
+    strip s;
+    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
+        plan_strip(s, ox0, dst_width - ox0, x_start, x_step);
+        uint32_t pos_y = y_start;
+        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+            uint32_t y0, wy1;
+            axis_rule(pos_y, y0, wy1);
+            const uint32_t *h[2];
+            for (uint32_t r = 0; r < 2; ++r) {
+                const uint32_t row = y0 + r;
+                uint32_t *slot = s.h[row & 1];
+                if (s.row[row & 1] != row) {
+                    const size_t offset = size_t(row) * src_stride;
+                    horizontal_row(s, src + offset, src_elements - offset, slot);
+                    s.row[row & 1] = row;
+                }
+                h[r] = slot;
+            }
+            const __m256i w0 = _mm256_set1_epi32(int32_t(256 - wy1));
+            const __m256i w1 = _mm256_set1_epi32(int32_t(wy1));
+            const __m256i half = _mm256_set1_epi32(32768);
+            T *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
+            for (uint32_t k = 0; k < s.n; k += 8) {
+                const __m256i h0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[0] + k));
+                const __m256i h1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[1] + k));
+                const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(h0, w0), _mm256_mullo_epi32(h1, w1));
+                const __m256i r = _mm256_srli_epi32(_mm256_add_epi32(sum, half), 16);
+                if (dst_step == 1 && k + 8 <= s.n) {
+                    store8(out + k, r);
+                    continue;
+                }
+                alignas(32) T tail[16];
+                store8(tail, r);
+                for (uint32_t m = 0; m < 8 && k + m < s.n; ++m)
+                    out[(k + m) * dst_step] = tail[m];
+            }
+        }
+    }
+}
+
+} // namespace
+
+void bilinear_walk_x86_64_v3(const uint8_t *src, size_t src_stride, size_t src_elements,
+                             uint32_t x_start, uint32_t x_step, uint32_t y_start, uint32_t y_step,
+                             uint8_t *dst, uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst, dst_width,
+         dst_height, dst_step);
+}
+
+void bilinear_walk_x86_64_v3(const uint16_t *src, size_t src_stride, size_t src_elements,
+                             uint32_t x_start, uint32_t x_step, uint32_t y_start, uint32_t y_step,
+                             uint16_t *dst, uint32_t dst_width, uint32_t dst_height,
+                             size_t dst_step)
+{
+    walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst, dst_width,
+         dst_height, dst_step);
+}
+
+namespace {
+
+// Index pair and fraction of output index i on a float axis, exactly as the
+// portable loop computes them.
+struct float_axis {
+    uint32_t i0, i1;
+    float f;
+};
+
+inline float_axis float_axis_at(uint32_t i, float scale, uint32_t extent)
+{
+    const float pos = float(i) * scale;
+    uint32_t i0 = uint16_t(uint32_t(__builtin_truncf(pos)));
+    if (i0 > extent - 1)
+        i0 = extent - 1;
+    return {i0, i0 < extent - 1 ? i0 + 1 : i0, pos - float(i0)};
+}
+
+struct float_strip {
+    alignas(32) int32_t i0[kStripColumns];
+    alignas(32) int32_t i1[kStripColumns];
+    alignas(32) float fx[kStripColumns];
+};
+
+} // namespace
+
+// v = fma(fx * S11, fy, fma(gx * S10, fy, fma(gx * S00, gy, (fx * S01) * gy)))
+// with gx = 1 - fx, gy = 1 - fy, for eight columns at a time.
+void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_height,
+                            float *dst, uint16_t dst_width, int32_t dst_height, float scale_x,
+                            float scale_y)
+{
+    float_strip s;
+    const __m256 one = _mm256_set1_ps(1.0f);
+    for (uint32_t j0 = 0; j0 < dst_width; j0 += kStripColumns) {
+        const uint32_t n = min_u32(kStripColumns, uint32_t(dst_width) - j0);
+        for (uint32_t k = 0; k < ((n + 7) & ~7u); ++k) {
+            const float_axis ax = float_axis_at(j0 + min_u32(k, n - 1), scale_x, src_width);
+            s.i0[k] = int32_t(ax.i0);
+            s.i1[k] = int32_t(ax.i1);
+            s.fx[k] = ax.f;
+        }
+        for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
+            const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
+            const __m256 fy = _mm256_set1_ps(ay.f);
+            const __m256 gy = _mm256_set1_ps(1.0f - ay.f);
+            const float *row0 = src + size_t(ay.i0) * src_width;
+            const float *row1 = src + size_t(ay.i1) * src_width;
+            float *out = dst + size_t(i) * dst_width + j0;
+            for (uint32_t k = 0; k < n; k += 8) {
+                const __m256i i0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.i0 + k));
+                const __m256i i1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.i1 + k));
+                const __m256 fx = _mm256_load_ps(s.fx + k);
+                const __m256 gx = _mm256_sub_ps(one, fx);
+                const __m256 s00 = _mm256_i32gather_ps(row0, i0, 4);
+                const __m256 s01 = _mm256_i32gather_ps(row0, i1, 4);
+                const __m256 s10 = _mm256_i32gather_ps(row1, i0, 4);
+                const __m256 s11 = _mm256_i32gather_ps(row1, i1, 4);
+                const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, s01), gy);
+                const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, s00), gy, inner);
+                const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, s10), fy, low);
+                const __m256 v = _mm256_fmadd_ps(_mm256_mul_ps(fx, s11), fy, mid);
+                if (k + 8 <= n) {
+                    _mm256_storeu_ps(out + k, v);
+                } else {
+                    const __m256i mask = _mm256_cmpgt_epi32(
+                        _mm256_set1_epi32(int32_t(n - k)), lane_index());
+                    _mm256_maskstore_ps(out + k, mask, v);
+                }
+            }
+        }
+    }
+}
