@@ -49,6 +49,8 @@ protected:
     {
         if (cmc_isa_best() == cmc_isa::portable)
             GTEST_SKIP() << "this CPU runs the portable variant only";
+        if (cmc_isa_selected() == cmc_isa::portable)
+            GTEST_SKIP() << "the portable variant is forced for this run";
     }
 };
 
