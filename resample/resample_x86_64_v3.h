@@ -36,6 +36,29 @@ void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_he
                             float *dst, uint16_t dst_width, int32_t dst_height, float scale_x,
                             float scale_y);
 
+/* What the area downscale has validated: the region and its ratios. */
+struct area_geometry {
+    size_t region_offset; /* first element of the region in a plane */
+    uint32_t src_width;   /* row stride of a source plane */
+    uint32_t dst_width;
+    uint32_t dst_height;
+    float region_width; /* region extents as floats: the clamps of the band ends */
+    float region_height;
+    float ratio_x;
+    float ratio_y;
+};
+
+/*
+ * One plane of the area downscale: the band sums of every output and their
+ * conversion, float source: low 16 bits of trunc(fma(sum, inv_area, 2^-11) *
+ * 1024); u16 source: low 16 bits of trunc(fma(inv_area * sum, in_scale,
+ * 2^-11) * out_scale).
+ */
+void area_downscale_x86_64_v3(const float *src, uint16_t *dst, const area_geometry &geo,
+                              float inv_area);
+void area_downscale_x86_64_v3(const uint16_t *src, uint16_t *dst, const area_geometry &geo,
+                              float inv_area, float in_scale, float out_scale);
+
 #endif /* EJ_CMC_HAVE_X86_64_V3 */
 
 #endif /* EJ_RESAMPLE_X86_64_V3_H */

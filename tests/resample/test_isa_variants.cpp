@@ -196,4 +196,51 @@ TEST_F(IsaVariants, BilinearResize)
     }, "float");
 }
 
+// Area downscale over whole planes and regions, ratios near 1 to large,
+// float sources with ordinary, huge and non-finite values.
+TEST_F(IsaVariants, AreaDownscale)
+{
+    std::mt19937 gen(41);
+    uint32_t seed = 500;
+    for (int round = 0; round < 60; ++round) {
+        const uint16_t sw = uint16_t(4 + gen() % 70), sh = uint16_t(4 + gen() % 30);
+        const uint16_t dw = uint16_t(3 + gen() % (sw - 3)), dh = uint16_t(3 + gen() % (sh - 3));
+        uint16_t roi[4] = {0, 0, sw, sh};
+        if (round % 2 == 1) {
+            roi[0] = uint16_t(gen() % (sw - dw + 1));
+            roi[1] = uint16_t(gen() % (sh - dh + 1));
+            roi[2] = uint16_t(dw + gen() % (sw - roi[0] - dw + 1));
+            roi[3] = uint16_t(dh + gen() % (sh - roi[1] - dh + 1));
+        }
+        const uint16_t *region = round % 2 == 1 ? roi : nullptr;
+        std::vector<float> f = random_plane<float>(size_t(sw) * sh, seed++);
+        if (round % 5 == 0) {
+            f[gen() % f.size()] = 1.0e30f;
+            f[gen() % f.size()] = std::numeric_limits<float>::quiet_NaN();
+        }
+        const auto u16 = random_plane<uint16_t>(size_t(sw) * sh, seed++);
+        const int32_t in_bits = int32_t(gen() % 16), out_bits = int32_t(gen() % 16);
+        const Extents e = {sw, sh, dw, dh};
+        expect_same_bits<uint16_t>(size_t(dw) * dh, [&](uint16_t *dst) {
+            const float *in[1] = {f.data()};
+            uint16_t *out[1] = {dst};
+            return image_downscale_32f_to_u16p10(in, out, sw, sh, dw, dh, 1, region);
+        }, "32f " + describe(e));
+        expect_same_bits<uint16_t>(size_t(dw) * dh, [&](uint16_t *dst) {
+            const uint16_t *in[1] = {u16.data()};
+            uint16_t *out[1] = {dst};
+            return image_downscale_u16_to_u16(in, out, sw, sh, in_bits, dw, dh, out_bits, 1, region);
+        }, "u16 " + describe(e));
+    }
+    const Extents big[] = {{1200, 6, 1100, 3}, {2000, 9, 600, 4}};
+    for (const Extents &e : big) {
+        const auto u16 = random_plane<uint16_t>(size_t(e.sw) * e.sh, seed++);
+        expect_same_bits<uint16_t>(size_t(e.dw) * e.dh, [&](uint16_t *dst) {
+            const uint16_t *in[1] = {u16.data()};
+            uint16_t *out[1] = {dst};
+            return image_downscale_u16_to_u16(in, out, e.sw, e.sh, 10, e.dw, e.dh, 10, 1, nullptr);
+        }, "u16 " + describe(e));
+    }
+}
+
 } // namespace
