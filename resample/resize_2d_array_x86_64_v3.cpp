@@ -223,46 +223,102 @@ struct float_strip {
     alignas(32) int32_t i0[kStripColumns];
     alignas(32) int32_t i1[kStripColumns];
     alignas(32) float fx[kStripColumns];
+    // Per source row `row[s]` (slot s = row & 1): a = (1 - fx) * S[row][i0]
+    // and b = fx * S[row][i1] at every column, the products that do not
+    // involve the vertical fraction.
+    alignas(32) float a[2][kStripColumns];
+    alignas(32) float b[2][kStripColumns];
+    int64_t row[2];
 };
+
+void float_row_products(float_strip &s, const float *line, uint32_t vector, uint32_t slot)
+{
+    const __m256 one = _mm256_set1_ps(1.0f);
+    for (uint32_t k = 0; k < vector; k += 8) {
+        const __m256 fx = _mm256_load_ps(s.fx + k);
+        const __m256 lower = _mm256_i32gather_ps(line, load8(s.i0 + k), 4);
+        const __m256 upper = _mm256_i32gather_ps(line, load8(s.i1 + k), 4);
+        _mm256_store_ps(s.a[slot] + k, _mm256_mul_ps(_mm256_sub_ps(one, fx), lower));
+        _mm256_store_ps(s.b[slot] + k, _mm256_mul_ps(fx, upper));
+    }
+}
+
+// One output row from its two source rows, without the row cache.
+void direct_row(const float_strip &s, const float *row0, const float *row1, float fy_scalar,
+                float *out, uint32_t n)
+{
+    const __m256 one = _mm256_set1_ps(1.0f);
+    const __m256 fy = _mm256_set1_ps(fy_scalar);
+    const __m256 gy = _mm256_set1_ps(1.0f - fy_scalar);
+    for (uint32_t k = 0; k < n; k += 8) {
+        const __m256i i0 = load8(s.i0 + k);
+        const __m256i i1 = load8(s.i1 + k);
+        const __m256 fx = _mm256_load_ps(s.fx + k);
+        const __m256 gx = _mm256_sub_ps(one, fx);
+        const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, _mm256_i32gather_ps(row0, i1, 4)), gy);
+        const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, _mm256_i32gather_ps(row0, i0, 4)), gy, inner);
+        const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, _mm256_i32gather_ps(row1, i0, 4)), fy, low);
+        const __m256 v = _mm256_fmadd_ps(_mm256_mul_ps(fx, _mm256_i32gather_ps(row1, i1, 4)), fy, mid);
+        if (k + 8 <= n) {
+            _mm256_storeu_ps(out + k, v);
+        } else {
+            const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(n - k)), lane_index());
+            _mm256_maskstore_ps(out + k, mask, v);
+        }
+    }
+}
 
 } // namespace
 
 // v = fma(fx * S11, fy, fma(gx * S10, fy, fma(gx * S00, gy, (fx * S01) * gy)))
-// with gx = 1 - fx, gy = 1 - fy, for eight columns at a time.
+// with gx = 1 - fx, gy = 1 - fy, for eight columns at a time. The products
+// gx * S and fx * S of a source row are shared by every output row that
+// reads it.
 void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_height,
                             float *dst, uint16_t dst_width, int32_t dst_height, float scale_x,
                             float scale_y)
 {
     float_strip s;
-    const __m256 one = _mm256_set1_ps(1.0f);
     for (uint32_t j0 = 0; j0 < dst_width; j0 += kStripColumns) {
         const uint32_t n = min_u32(kStripColumns, uint32_t(dst_width) - j0);
-        for (uint32_t k = 0; k < ((n + 7) & ~7u); ++k) {
+        const uint32_t vector = (n + 7) & ~7u;
+        for (uint32_t k = 0; k < vector; ++k) {
             const float_axis ax = float_axis_at(j0 + min_u32(k, n - 1), scale_x, src_width);
             s.i0[k] = int32_t(ax.i0);
             s.i1[k] = int32_t(ax.i1);
             s.fx[k] = ax.f;
         }
+        s.row[0] = s.row[1] = -1;
         for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
             const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
+            if (scale_y >= 1.0f) {
+                // A reduction reads new rows for almost every output row:
+                // the products are formed in place, the same ones.
+                direct_row(s, src + size_t(ay.i0) * src_width, src + size_t(ay.i1) * src_width,
+                           ay.f, dst + size_t(i) * dst_width + j0, n);
+                continue;
+            }
+            // Rows i0 and i1 may be equal (the last row): then both use one slot.
+            const uint32_t rows[2] = {ay.i0, ay.i1};
+            uint32_t slots[2];
+            for (int r = 0; r < 2; ++r) {
+                const uint32_t slot = rows[r] & 1;
+                if (s.row[slot] != rows[r]) {
+                    float_row_products(s, src + size_t(rows[r]) * src_width, vector, slot);
+                    s.row[slot] = rows[r];
+                }
+                slots[r] = slot;
+            }
             const __m256 fy = _mm256_set1_ps(ay.f);
             const __m256 gy = _mm256_set1_ps(1.0f - ay.f);
-            const float *row0 = src + size_t(ay.i0) * src_width;
-            const float *row1 = src + size_t(ay.i1) * src_width;
+            const float *a0 = s.a[slots[0]], *b0 = s.b[slots[0]];
+            const float *a1 = s.a[slots[1]], *b1 = s.b[slots[1]];
             float *out = dst + size_t(i) * dst_width + j0;
             for (uint32_t k = 0; k < n; k += 8) {
-                const __m256i i0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.i0 + k));
-                const __m256i i1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.i1 + k));
-                const __m256 fx = _mm256_load_ps(s.fx + k);
-                const __m256 gx = _mm256_sub_ps(one, fx);
-                const __m256 s00 = _mm256_i32gather_ps(row0, i0, 4);
-                const __m256 s01 = _mm256_i32gather_ps(row0, i1, 4);
-                const __m256 s10 = _mm256_i32gather_ps(row1, i0, 4);
-                const __m256 s11 = _mm256_i32gather_ps(row1, i1, 4);
-                const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, s01), gy);
-                const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, s00), gy, inner);
-                const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, s10), fy, low);
-                const __m256 v = _mm256_fmadd_ps(_mm256_mul_ps(fx, s11), fy, mid);
+                const __m256 inner = _mm256_mul_ps(_mm256_load_ps(b0 + k), gy);
+                const __m256 low = _mm256_fmadd_ps(_mm256_load_ps(a0 + k), gy, inner);
+                const __m256 mid = _mm256_fmadd_ps(_mm256_load_ps(a1 + k), fy, low);
+                const __m256 v = _mm256_fmadd_ps(_mm256_load_ps(b1 + k), fy, mid);
                 if (k + 8 <= n) {
                     _mm256_storeu_ps(out + k, v);
                 } else {
