@@ -203,6 +203,137 @@ void bilinear_walk_x86_64_v3(const uint16_t *src, size_t src_stride, size_t src_
 
 namespace {
 
+// The 32-bit members (F = 12): the same split by axis in 64-bit integers,
+// H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1 (below 2^44 in magnitude), out =
+// (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^23) >> 24, of which the low 32 bits
+// are stored. Four columns per vector: AVX2 multiplies 32 by 32 bits into 64,
+// so a 64-bit H times a weight is formed from its two halves modulo 2^64
+// (exact, the true product fits), and bits 24 ... 55 of the sum, the stored
+// value, are the same after a logical or an arithmetic shift.
+struct wide_strip {
+    alignas(32) int32_t x0[kStripColumns];
+    alignas(32) int64_t wx0[kStripColumns];
+    alignas(32) int64_t wx1[kStripColumns];
+    alignas(32) int64_t h[2][kStripColumns];
+    int64_t row[2];
+    uint32_t n;
+    uint32_t vector; // n rounded up to whole vectors of four
+};
+
+inline void axis_rule12(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
+{
+    lower = pos == 0 ? 0 : (pos - 1) >> 12;
+    upper_weight = pos - (lower << 12);
+}
+
+inline __m256i load4x64(const int64_t *p)
+{
+    return _mm256_load_si256(reinterpret_cast<const __m256i *>(p));
+}
+
+// Signed (int32 samples) or unsigned (uint32) 32 x 32 -> 64-bit products of
+// the low halves of each 64-bit lane.
+template <bool Signed>
+inline __m256i mul32x32(__m256i a, __m256i b)
+{
+    return Signed ? _mm256_mul_epi32(a, b) : _mm256_mul_epu32(a, b);
+}
+
+// A 64-bit value times a weight below 2^13, modulo 2^64.
+inline __m256i mul64_by_weight(__m256i h, __m256i w)
+{
+    const __m256i low = _mm256_mul_epu32(h, w);
+    const __m256i high = _mm256_mul_epu32(_mm256_srli_epi64(h, 32), w);
+    return _mm256_add_epi64(low, _mm256_slli_epi64(high, 32));
+}
+
+template <bool Signed>
+void wide_row(wide_strip &s, const uint32_t *line, int64_t *h)
+{
+    for (uint32_t k = 0; k < s.vector; k += 4) {
+        // One 64-bit read per column: the pair S[x0], S[x0 + 1].
+        const __m128i x0 = _mm_load_si128(reinterpret_cast<const __m128i *>(s.x0 + k));
+        const __m256i pair = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(line), x0, 4);
+        const __m256i sum = _mm256_add_epi64(mul32x32<Signed>(pair, load4x64(s.wx0 + k)),
+                                             mul32x32<Signed>(_mm256_srli_epi64(pair, 32),
+                                                              load4x64(s.wx1 + k)));
+        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
+    }
+}
+
+template <bool Signed>
+void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t y_step,
+               uint32_t *dst, uint32_t dst_width, uint32_t dst_height)
+{
+    wide_strip s;
+    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
+        s.n = min_u32(kStripColumns, dst_width - ox0);
+        s.vector = (s.n + 3) & ~3u;
+        for (uint32_t k = 0; k < s.vector; ++k) {
+            uint32_t lower, weight;
+            axis_rule12((ox0 + min_u32(k, s.n - 1)) * x_step, lower, weight);
+            s.x0[k] = int32_t(lower);
+            s.wx1[k] = weight;
+            s.wx0[k] = 4096 - weight;
+        }
+        s.row[0] = s.row[1] = -1;
+        uint32_t pos_y = 0;
+        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+            uint32_t y0, wy1;
+            axis_rule12(pos_y, y0, wy1);
+            const int64_t *h[2];
+            for (uint32_t r = 0; r < 2; ++r) {
+                const uint32_t row = y0 + r;
+                int64_t *slot = s.h[row & 1];
+                if (s.row[row & 1] != row) {
+                    wide_row<Signed>(s, src + size_t(row) * src_stride, slot);
+                    s.row[row & 1] = row;
+                }
+                h[r] = slot;
+            }
+            const __m256i w0 = _mm256_set1_epi64x(4096 - wy1);
+            const __m256i w1 = _mm256_set1_epi64x(wy1);
+            const __m256i half = _mm256_set1_epi64x(int64_t(1) << 23);
+            // Low 32 bits of each 64-bit lane, in order, into the low 128 bits.
+            const __m256i pick = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
+            uint32_t *out = dst + size_t(oy) * dst_width + ox0;
+            for (uint32_t k = 0; k < s.n; k += 4) {
+                const __m256i sum = _mm256_add_epi64(mul64_by_weight(load4x64(h[1] + k), w1),
+                                                     mul64_by_weight(load4x64(h[0] + k), w0));
+                const __m256i shifted = _mm256_srli_epi64(_mm256_add_epi64(sum, half), 24);
+                const __m128i low = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(shifted, pick));
+                if (k + 4 <= s.n) {
+                    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), low);
+                } else {
+                    alignas(16) uint32_t tail[4];
+                    _mm_store_si128(reinterpret_cast<__m128i *>(tail), low);
+                    for (uint32_t m = 0; k + m < s.n; ++m)
+                        out[k + m] = tail[m];
+                }
+            }
+        }
+    }
+}
+
+} // namespace
+
+void bilinear_walk_x86_64_v3(const int32_t *src, size_t src_stride, uint32_t x_step,
+                             uint32_t y_step, int32_t *dst, uint32_t dst_width,
+                             uint32_t dst_height)
+{
+    wide_walk<true>(reinterpret_cast<const uint32_t *>(src), src_stride, x_step, y_step,
+                    reinterpret_cast<uint32_t *>(dst), dst_width, dst_height);
+}
+
+void bilinear_walk_x86_64_v3(const uint32_t *src, size_t src_stride, uint32_t x_step,
+                             uint32_t y_step, uint32_t *dst, uint32_t dst_width,
+                             uint32_t dst_height)
+{
+    wide_walk<false>(src, src_stride, x_step, y_step, dst, dst_width, dst_height);
+}
+
+namespace {
+
 // Index pair and fraction of output index i on a float axis, exactly as the
 // portable loop computes them.
 struct float_axis {

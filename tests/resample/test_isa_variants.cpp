@@ -191,6 +191,12 @@ TEST_F(IsaVariants, BilinearResize)
         const resize_crop_pair br = {step == 1 ? 0 : 2, 0};
         return crop_resize_2d_array_uint16(src, e.sw, e.sh, tl, br, dst, e.dw, e.dh);
     }, "crop uint16");
+    compare_bilinear<int32_t>([](const int32_t *src, const Extents &e, int32_t *dst, int32_t step) {
+        return resize_2d_array_int32(src, e.sw, e.sh, dst, e.dw + step - 1, e.dh);
+    }, "int32");
+    compare_bilinear<uint32_t>([](const uint32_t *src, const Extents &e, uint32_t *dst, int32_t step) {
+        return resize_2d_array_uint32(src, e.sw, e.sh, dst, e.dw + step - 1, e.dh);
+    }, "uint32");
     compare_bilinear<float>([](const float *src, const Extents &e, float *dst, int32_t step) {
         return resize_2d_array_float(src, e.sw, e.sh, dst, uint16_t(e.dw + step - 1), e.dh);
     }, "float");
