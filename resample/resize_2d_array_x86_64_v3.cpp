@@ -55,6 +55,10 @@ struct strip {
     alignas(32) int32_t wx0[kStripColumns];
     alignas(32) int32_t wx1[kStripColumns];
     alignas(32) uint32_t h[2][kStripColumns]; // H of source row `row[s]`, slot s = row & 1
+    // When every column of the strip puts its whole weight on one sample
+    // (weights 0 and 256, as integer reductions give), pick[k] is that sample.
+    alignas(32) int32_t pick[kStripColumns];
+    bool whole_weights;
     int64_t row[2];
     uint32_t n;      // columns in the strip
     uint32_t vector; // n rounded up to whole vectors
@@ -73,7 +77,14 @@ void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start,
         s.wx0[k] = int32_t(256 - weight);
     }
     s.row[0] = s.row[1] = -1;
+    s.whole_weights = true;
+    for (uint32_t k = 0; k < s.vector; ++k) {
+        s.whole_weights = s.whole_weights && (s.wx1[k] == 0 || s.wx1[k] == 256);
+        s.pick[k] = s.x0[k] + (s.wx1[k] == 256 ? 1 : 0);
+    }
 }
+
+
 
 // The neighbour pairs (S[x0], S[x0 + 1]) of eight columns, from one 32-bit
 // gather per column: 16-bit samples are read as one pair.
@@ -137,6 +148,32 @@ inline void store8(uint8_t *out, __m256i r)
     _mm_storel_epi64(reinterpret_cast<__m128i *>(out), bytes);
 }
 
+// With whole weights on both axes an output is one sample: the sum is
+// S * 256 * 256, and (S * 65536 + 32768) >> 16 = S. Eight picks of one row;
+// `readable` as in horizontal_row.
+template <typename T>
+void pick_row(const strip &s, const T *line, size_t readable, T *out, size_t dst_step)
+{
+    uint32_t k = 0;
+    for (; k < s.n; k += 8) {
+        if (size_t(s.pick[k + 7]) + 4 / sizeof(T) > readable)
+            break;
+        const __m256i four = _mm256_i32gather_epi32(reinterpret_cast<const int *>(line),
+                                                    load8(s.pick + k), int(sizeof(T)));
+        const __m256i r = _mm256_and_si256(four, _mm256_set1_epi32(sizeof(T) == 1 ? 0xFF : 0xFFFF));
+        if (dst_step == 1 && k + 8 <= s.n) {
+            store8(out + k, r);
+            continue;
+        }
+        alignas(32) T tail[16];
+        store8(tail, r);
+        for (uint32_t m = 0; m < 8 && k + m < s.n; ++m)
+            out[(k + m) * dst_step] = tail[m];
+    }
+    for (; k < s.n; ++k)
+        out[k * dst_step] = line[s.pick[k]];
+}
+
 template <typename T>
 void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start, uint32_t x_step,
           uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width, uint32_t dst_height,
@@ -149,6 +186,12 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
         for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
             uint32_t y0, wy1;
             axis_rule(pos_y, y0, wy1);
+            if (s.whole_weights && (wy1 == 0 || wy1 == 256)) {
+                const size_t offset = size_t(y0 + (wy1 == 256 ? 1 : 0)) * src_stride;
+                pick_row(s, src + offset, src_elements - offset,
+                         dst + (size_t(oy) * dst_width + ox0) * dst_step, dst_step);
+                continue;
+            }
             const uint32_t *h[2];
             for (uint32_t r = 0; r < 2; ++r) {
                 const uint32_t row = y0 + r;
