@@ -64,6 +64,8 @@ inline uint32_t run_length(uint32_t out, uint32_t remaining, float scale)
 // Output columns per strip of the cell walk: the column plan and the
 // coefficients of the strip's cells stay on the stack (about 20 KiB).
 constexpr uint32_t kWalkColumns = 256;
+// Rows whose vertical fractions are tabled at a time.
+constexpr uint32_t kRowBlock = 64;
 
 struct walk_strip {
     // Cell of each column relative to first_cell (columns no cell emits, if
@@ -185,30 +187,41 @@ void bicubic_cell_walk_x86_64_v3(const float *buffer, float *dst, uint32_t src_w
             // Every cell of a source row emits the same rows.
             const uint32_t ny = run_length(out_y, dst_height - out_y, scale_y);
             strip_coefficients(s, buffer, stride, i, src_width);
-            for (uint32_t k = 0; k < s.assigned; k += 8) {
-                const __m256i cell = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.cell + k));
-                const int32_t base = s.cell[k];
-                const __m256i lane_cell = _mm256_sub_epi32(cell, _mm256_set1_epi32(base));
-                __m256 a[16];
-                for (int n = 0; n < 16; ++n)
-                    a[n] = _mm256_permutevar8x32_ps(_mm256_loadu_ps(s.coef[n] + base), lane_cell);
-                __m256 q[4];
-                patch_along_x(a, _mm256_load_ps(s.fx + k), _mm256_load_ps(s.fx2 + k),
-                              _mm256_load_ps(s.fx3 + k), q);
-                const uint32_t lanes = min_u32(8, s.assigned - k);
-                const __m256i mask = first_lanes(lanes);
-                for (uint32_t ky = 0; ky < ny; ++ky) {
-                    const float y = (static_cast<float>(ky) + static_cast<float>(out_y)) * scale_y;
-                    const float fy = y - static_cast<float>(trunc_to_int(y));
-                    const float fy2 = fy * fy;
-                    const float fy3 = fy * fy2;
-                    const __m256 v = clamp_sample(patch_along_y(
-                        q, _mm256_set1_ps(fy), _mm256_set1_ps(fy2), _mm256_set1_ps(fy3)));
-                    float *out = dst + static_cast<size_t>(out_y + ky) * dst_width + x0 + k;
-                    if (lanes == 8)
-                        _mm256_storeu_ps(out, v);
-                    else
-                        _mm256_maskstore_ps(out, mask, v);
+            // The rows' fraction powers, a bounded block of rows at a time.
+            for (uint32_t ky0 = 0; ky0 < ny; ky0 += kRowBlock) {
+                const uint32_t rows = min_u32(kRowBlock, ny - ky0);
+                float fy[kRowBlock], fy2[kRowBlock], fy3[kRowBlock];
+                for (uint32_t r = 0; r < rows; ++r) {
+                    const float y =
+                        (static_cast<float>(ky0 + r) + static_cast<float>(out_y)) * scale_y;
+                    fy[r] = y - static_cast<float>(trunc_to_int(y));
+                    fy2[r] = fy[r] * fy[r];
+                    fy3[r] = fy[r] * fy2[r];
+                }
+                for (uint32_t k = 0; k < s.assigned; k += 8) {
+                    const __m256i cell =
+                        _mm256_load_si256(reinterpret_cast<const __m256i *>(s.cell + k));
+                    const int32_t base = s.cell[k];
+                    const __m256i lane_cell = _mm256_sub_epi32(cell, _mm256_set1_epi32(base));
+                    __m256 a[16];
+                    for (int n = 0; n < 16; ++n)
+                        a[n] = _mm256_permutevar8x32_ps(_mm256_loadu_ps(s.coef[n] + base),
+                                                        lane_cell);
+                    __m256 q[4];
+                    patch_along_x(a, _mm256_load_ps(s.fx + k), _mm256_load_ps(s.fx2 + k),
+                                  _mm256_load_ps(s.fx3 + k), q);
+                    const uint32_t lanes = min_u32(8, s.assigned - k);
+                    const __m256i mask = first_lanes(lanes);
+                    float *out = dst + static_cast<size_t>(out_y + ky0) * dst_width + x0 + k;
+                    for (uint32_t r = 0; r < rows; ++r, out += dst_width) {
+                        const __m256 v = clamp_sample(patch_along_y(
+                            q, _mm256_set1_ps(fy[r]), _mm256_set1_ps(fy2[r]),
+                            _mm256_set1_ps(fy3[r])));
+                        if (lanes == 8)
+                            _mm256_storeu_ps(out, v);
+                        else
+                            _mm256_maskstore_ps(out, mask, v);
+                    }
                 }
             }
             out_y += ny;

@@ -74,6 +74,7 @@ std::vector<Extents> upscale_extents()
     out.push_back({64, 48, 397, 231});
     out.push_back({9, 9, 9, 9});
     out.push_back({3, 3, 1000, 5});
+    out.push_back({5, 2, 40, 300}); // more rows per cell than one block of fractions
     return out;
 }
 
