@@ -268,6 +268,13 @@ void column_tables(strip_tables &t, uint32_t first, uint32_t count, uint16_t src
     }
 }
 
+// Prefetches floats p[0 .. n - 1] into the cache (a hint; reads nothing).
+inline void prefetch_span(const float *p, size_t n)
+{
+    for (size_t k = 0; k < n; k += 16)
+        _mm_prefetch(reinterpret_cast<const char *>(p + k), _MM_HINT_T0);
+}
+
 // The horizontal cubic of one buffer row at every column of the strip.
 void horizontal_row(strip_tables &t, const float *buffer_row, uint32_t count, float *out)
 {
@@ -322,6 +329,11 @@ void bicubic_resample_u16p10_x86_64_v3(const float *buffer, uint16_t src_height,
                 if (t.row[row & 3] != row) {
                     horizontal_row(t, buffer + row * stride, count, slot);
                     t.row[row & 3] = row;
+                    // The strip walks down the buffer: ask for the columns it
+                    // reads two rows further on before the gathers need them.
+                    if (row + 2 < static_cast<uint32_t>(src_height) + 3)
+                        prefetch_span(buffer + (row + 2) * stride + t.x0[0],
+                                      static_cast<size_t>(t.x0[count - 1]) + 4 - t.x0[0]);
                 }
                 h[r] = slot;
             }
