@@ -48,7 +48,7 @@ struct cmc_lens_shading_ratio;
  * @param src source base. @param src_row_stride source row stride in bytes.
  * @param src_col_stride source column stride in bytes.
  * @param src_width source columns. @param src_height source rows; with either
- *        extent not positive nothing is written.
+ *        extent not positive, or src or dst null, nothing is written.
  * @param dst destination base (src_height columns, src_width rows).
  * @param dst_row_stride destination row stride in bytes.
  * @param dst_col_stride destination column stride in bytes.
@@ -71,7 +71,9 @@ EJ_CMC_API uint32_t transpose_m(const float *src, int32_t src_row_stride, int32_
  * @param dst_row_stride destination row stride in bytes.
  * @param dst_col_stride destination column stride in bytes.
  * @return 0; 32 when a_width differs from b_height (nothing written, even
- *         when an outer extent is 0). An outer extent below 1 writes nothing.
+ *         when an outer extent is 0), or when dst, or a or b with a_width
+ *         above 0, is null (nothing written). An outer extent below 1 writes
+ *         nothing and returns 0.
  */
 EJ_CMC_API uint32_t mul_mm(const float *a, int32_t a_row_stride, int32_t a_col_stride,
                            int32_t a_width, int32_t a_height, const float *b, int32_t b_row_stride,
@@ -95,7 +97,10 @@ EJ_CMC_API uint32_t mul_mm(const float *a, int32_t a_row_stride, int32_t a_col_s
  * @param height grid rows. @param width grid columns.
  * @param margin_y rows left out at the top and at the bottom.
  * @param margin_x columns left out at the left and at the right.
- * @return 0, or 32 when a_width differs from b_height.
+ * @return 0; 32 when a_width differs from b_height, when dst (or a or b
+ *         with a non-empty interior) is null, or when the interior reaches
+ *         past a_width (its last sample index is a_width or more); nothing
+ *         is written then. An outer extent below 1 writes nothing.
  */
 EJ_CMC_API uint32_t mul_mm_lsc(const float *a, int32_t a_row_stride, int32_t a_col_stride,
                                int32_t a_width, int32_t a_height, const float *b,
@@ -113,7 +118,9 @@ EJ_CMC_API uint32_t mul_mm_lsc(const float *a, int32_t a_row_stride, int32_t a_c
  * @param x source vector. @param x_stride its stride in bytes.
  * @param x_len its length; must equal a_width.
  * @param y destination vector (a_height elements). @param y_stride its stride.
- * @return 0; 32 when a_width differs from x_len (nothing written).
+ * @return 0; 32 when a_width differs from x_len, or when y (or a or x
+ *         with a_width above 0) is null; nothing is written then. a_height
+ *         below 1 writes nothing and returns 0.
  */
 EJ_CMC_API uint32_t mul_mv(const float *a, int32_t a_row_stride, int32_t a_col_stride,
                            int32_t a_width, int32_t a_height, const float *x, int32_t x_stride,
@@ -132,7 +139,9 @@ EJ_CMC_API uint32_t mul_mv(const float *a, int32_t a_row_stride, int32_t a_col_s
  * @param height grid rows. @param width grid columns.
  * @param margin_y rows left out at the top and at the bottom.
  * @param margin_x columns left out at the left and at the right.
- * @return 0, or 32 when a_width differs from x_len.
+ * @return 0; 32 when a_width differs from x_len, when y (or a or x with a
+ *         non-empty interior) is null, or when the interior reaches past
+ *         x_len; nothing is written then.
  */
 EJ_CMC_API uint32_t mul_mv_lsc(const float *a, int32_t a_row_stride, int32_t a_col_stride,
                                int32_t a_width, int32_t a_height, const float *x, int32_t x_stride,
@@ -146,14 +155,19 @@ EJ_CMC_API uint32_t mul_mv_lsc(const float *a, int32_t a_row_stride, int32_t a_c
  * into the factors and 0 is returned all the same.
  *
  * @param src dense block of n * n floats, or null (a zero matrix); its
- *        strides say how the block is read as a matrix.
+ *        strides say how the block is read as a matrix ((4n, 4) row-major,
+ *        (4, 4n) its transpose) and address the working copy the same way,
+ *        so they must be non-negative multiples of 4 that keep every element
+ *        inside the n * n block.
  * @param src_row_stride row stride in bytes. @param src_col_stride column
  *        stride in bytes.
  * @param pivot receives the identity permutation 0 ... n - 1 (n elements).
  * @param dst destination of the factors. @param dst_row_stride its row
  *        stride in bytes. @param dst_col_stride its column stride in bytes.
- * @param size n; below 1 nothing is written.
- * @return 0, or 4 when the n * n working copy cannot be allocated.
+ * @param size n; below 1 nothing is allocated or written and 0 is returned.
+ * @return 0; 4 when the n * n working copy cannot be allocated; 32 when
+ *         pivot or dst is null or the source strides leave the block
+ *         (nothing written).
  */
 EJ_CMC_API uint32_t lu_decomposition_m(const float *src, int32_t src_row_stride,
                                        int32_t src_col_stride, uint32_t *pivot, float *dst,
@@ -173,9 +187,14 @@ EJ_CMC_API uint32_t lu_decomposition_m(const float *src, int32_t src_row_stride,
  * @param width grid columns. @param height grid rows.
  * @param num_terms columns of the design matrix, at least 15 (columns 15
  *        and above are not written).
- * @return 0; 2 when design is null with a non-empty grid or a step fails
- *         (including an allocation failure inside the decomposition); 4 when
- *         the num_terms^2 scratch cannot be allocated.
+ * @return 0; 2 when num_terms is below 15 or width * height is above
+ *         536870911 (the transpose's row stride of 4 * m bytes must fit 32
+ *         bits; nothing allocated or written), when design is null with a
+ *         non-empty grid, or when a step fails (a null design_t with a
+ *         non-empty grid, an allocation failure inside the decomposition);
+ *         4 when the num_terms^2 scratch cannot be allocated. A grid too
+ *         small for the fit is not reported: the factors hold NaN or
+ *         infinities.
  */
 EJ_CMC_API uint32_t lu_decomposition(float *design, float *design_t, float *lu, uint32_t *pivot,
                                      uint16_t width, uint16_t height, uint16_t num_terms);
@@ -252,9 +271,12 @@ EJ_CMC_API void deinit_computed_upscale_lsc_tables(computed_lsc_tables *tables);
  * @return a new set (release with deinit_computed_upscale_lsc_tables()), or
  *         null when dst_width or dst_height is below 2 (a single row or
  *         column cannot be evaluated), nvm is null, the NVM grid has a zero
- *         extent, an allocation or a step of the fit fails, or a plane's
- *         minimum is not above 0 (zero, negative or NaN, for instance after a
- *         singular fit). There is no partial result; nothing is leaked.
+ *         extent, lsc_table_count is above 0 with lsc_tables or one of a
+ *         table's channel tables null, an allocation or a step of the fit
+ *         fails, or a plane's minimum is not above 0 (zero, negative, or NaN,
+ *         a NaN anywhere in the plane counting as a NaN minimum; for
+ *         instance after a singular fit). There is no partial result;
+ *         nothing is leaked.
  */
 EJ_CMC_API computed_lsc_tables *
 compute_upscaled_lsc_tables_polynom4th(uint16_t dst_width, uint16_t dst_height,
@@ -270,9 +292,10 @@ compute_upscaled_lsc_tables_polynom4th(uint16_t dst_width, uint16_t dst_height,
  * @param design_t the transpose written by lu_decomposition() or
  *        lu_decomposition_lsc() for the same grid and num_terms.
  * @param lu the factors written by the same call.
- * @param pivot accepted and not read.
+ * @param pivot accepted and not read (the factors need no permutation).
  * @param src_planes four planes of src_width * src_height floats.
- * @param dst_planes four planes of dst_width * dst_height floats, written.
+ * @param dst_planes four planes of dst_width * dst_height floats, written
+ *        (not read when nothing is evaluated).
  * @param src_width source grid columns. @param src_height source grid rows.
  * @param dst_width target columns. @param dst_height target rows; when
  *        either is 0 or 1 nothing is evaluated (the coefficients are still
@@ -281,8 +304,10 @@ compute_upscaled_lsc_tables_polynom4th(uint16_t dst_width, uint16_t dst_height,
  * @param margin_y rows left out of the fit at the top and bottom.
  * @param margin_x columns left out at the left and right.
  * @param use_margins non-zero: fit the interior only.
- * @return 0, or 2 on an allocation failure, a null source plane (planes of
- *         earlier channels stay written) or a failed product.
+ * @return 0, or 2 on an allocation failure, a null source or (when
+ *         evaluating) destination plane (planes of earlier channels stay
+ *         written), a failed product, null lu, src_planes or dst_planes,
+ *         num_terms below 15, or src_width * src_height above 536870911.
  */
 EJ_CMC_API uint32_t lsc_polynomial_upscale_float(const float *design_t, const float *lu,
                                                  const uint32_t *pivot, float *const *src_planes,

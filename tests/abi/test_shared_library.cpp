@@ -109,6 +109,17 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "deinit_computed_upscale_lsc_tables",
         "image_bicubic_upscale_uint16_to_float",
         "image_bicubic_upscale_uint8_to_float",
+        // Linear algebra and the polynomial lens-shading tables.
+        "compute_upscaled_lsc_tables_polynom4th",
+        "lsc_polynomial_upscale_float",
+        "lu_decomposition",
+        "lu_decomposition_lsc",
+        "lu_decomposition_m",
+        "mul_mm",
+        "mul_mm_lsc",
+        "mul_mv",
+        "mul_mv_lsc",
+        "transpose_m",
         // release routines of the decoded records
         "cmc_cbd_deinit",
         "cmc_geometric_distortion2_wfov_free",

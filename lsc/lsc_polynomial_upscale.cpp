@@ -1,0 +1,135 @@
+// Solve the polynomial fit of four lens-shading planes and evaluate it on a
+// target grid: right-hand side design_t * z, forward and back substitution
+// with the LU factors of the normal matrix, then P(x, y) on the
+// corner-aligned target grid.
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+
+#include "allocation.h"
+#include "ej_cmc_lsc.h"
+
+namespace {
+
+constexpr uint16_t kPolynomialTerms = 15;
+
+// A zero-filled vector of n floats, freed on every path.
+struct Vector {
+    float *data = nullptr;
+    explicit Vector(size_t n)
+        : data(static_cast<float *>(cmc_calloc(n > 0 ? n : 1, sizeof(float))))
+    {
+    }
+    ~Vector() { std::free(data); }
+    Vector(const Vector &) = delete;
+    Vector &operator=(const Vector &) = delete;
+};
+
+// t = L^-1 b with the unit lower factor; each sum starts at 0.0, adds
+// lu(i, j) * t[j] by fused multiply-add in ascending j and is subtracted once.
+void forward_substitution(const float *lu, const float *b, float *t, size_t n)
+{
+    for (size_t i = 0; i < n; ++i) {
+        float acc = 0.0f;
+        for (size_t j = 0; j < i; ++j)
+            acc = std::fma(lu[i * n + j], t[j], acc);
+        t[i] = b[i] - acc;
+    }
+}
+
+// c = U^-1 t, from the last row up; the sum as in the forward pass.
+void back_substitution(const float *lu, const float *t, float *c, size_t n)
+{
+    for (size_t i = n; i-- > 0;) {
+        float acc = 0.0f;
+        for (size_t j = i + 1; j < n; ++j)
+            acc = std::fma(lu[i * n + j], c[j], acc);
+        c[i] = (t[i] - acc) / lu[i * n + i];
+    }
+}
+
+// P(x, y): the terms formed as the design matrix forms them, in its column
+// order, accumulated from 0.0 by fused multiply-add.
+float evaluate(const float *c, float x, float y)
+{
+    const float x2 = x * x;
+    const float x3 = x * x2;
+    const float x4 = x * x3;
+    const float y2 = y * y;
+    const float y3 = y * y2;
+    const float y4 = y * y3;
+    const float terms[kPolynomialTerms] = {1.0f,   x,       y,       x2,      x * y,
+                                           y2,     x3,      x2 * y,  x * y2,  y3,
+                                           x4,     x3 * y,  x2 * y2, x * y3,  y4};
+    float acc = 0.0f;
+    for (size_t i = 0; i < kPolynomialTerms; ++i)
+        acc = std::fma(c[i], terms[i], acc);
+    return acc;
+}
+
+void evaluate_plane(const float *c, float *dst, uint16_t src_width, uint16_t src_height,
+                    uint16_t dst_width, uint16_t dst_height)
+{
+    const float sx = (static_cast<float>(src_width) - 1.0f) / (static_cast<float>(dst_width) - 1.0f);
+    const float sy =
+        (static_cast<float>(src_height) - 1.0f) / (static_cast<float>(dst_height) - 1.0f);
+    for (size_t j = 0; j < dst_height; ++j) {
+        const float y = std::fma(static_cast<float>(j), sy, 1.0f);
+        float *row = dst + j * dst_width;
+        for (size_t i = 0; i < dst_width; ++i)
+            row[i] = evaluate(c, std::fma(static_cast<float>(i), sx, 1.0f), y);
+    }
+}
+
+} // namespace
+
+uint32_t lsc_polynomial_upscale_float(const float *design_t, const float *lu,
+                                      const uint32_t * /*pivot: identity, not needed*/,
+                                      float *const *src_planes, float *const *dst_planes,
+                                      uint16_t src_width, uint16_t src_height, uint16_t dst_width,
+                                      uint16_t dst_height, uint16_t num_terms, uint16_t margin_y,
+                                      uint16_t margin_x, uint8_t use_margins)
+{
+    // P(x, y) reads 15 coefficients, so fewer terms cannot be evaluated; the
+    // plane arrays, the factors and the transpose (whose 4 * m-byte row
+    // stride is a 32-bit argument) must be there. All fail as a step: 2.
+    const int64_t m = static_cast<int64_t>(src_width) * src_height;
+    if (num_terms < kPolynomialTerms || src_planes == nullptr || dst_planes == nullptr ||
+        lu == nullptr || 4 * m > INT32_MAX)
+        return 2;
+    const int32_t mi = static_cast<int32_t>(m);
+    const int32_t nt = num_terms;
+    const bool evaluated = dst_width > 1 && dst_height > 1;
+
+    Vector b(num_terms);
+    Vector c(num_terms);
+    if (b.data == nullptr || c.data == nullptr)
+        return 2;
+
+    for (int k = 0; k < 4; ++k) {
+        const float *z = src_planes[k];
+        // A missing destination plane is refused like a missing source plane
+        // (planes of earlier channels stay written).
+        if (z == nullptr || (evaluated && dst_planes[k] == nullptr))
+            return 2;
+        const uint32_t status =
+            use_margins != 0
+                ? mul_mv_lsc(design_t, 4 * mi, 4, mi, nt, z, 4, mi, b.data, 4, src_height,
+                             src_width, margin_y, margin_x)
+                : mul_mv(design_t, 4 * mi, 4, mi, nt, z, 4, mi, b.data, 4);
+        if (status != 0)
+            return 2;
+        {
+            Vector t(num_terms);
+            if (t.data == nullptr)
+                return 2;
+            forward_substitution(lu, b.data, t.data, num_terms);
+            back_substitution(lu, t.data, c.data, num_terms);
+        }
+        // A single target row or column has no step size (it would divide by
+        // zero): the coefficients are solved but nothing is evaluated.
+        if (evaluated)
+            evaluate_plane(c.data, dst_planes[k], src_width, src_height, dst_width, dst_height);
+    }
+    return 0;
+}

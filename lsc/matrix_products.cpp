@@ -1,0 +1,147 @@
+// Transpose and the matrix-matrix and matrix-vector products on strided
+// single-precision views, in full and over the interior of a sample grid.
+// Every dot product starts at 0.0 and adds one fused multiply-add per term in
+// ascending index order, so results are reproducible bit for bit.
+#include <cmath>
+
+#include "ej_cmc_lsc.h"
+#include "matrix_view.h"
+
+using ej_lsc::element;
+using ej_lsc::GridInterior;
+
+namespace {
+
+// The views a product reads and writes; a null pointer is refused only where
+// the product would actually dereference it (an empty inner sum reads
+// neither factor).
+bool usable(const void *lhs, const void *rhs, const void *dst, bool reads_factors)
+{
+    return dst != nullptr && (!reads_factors || (lhs != nullptr && rhs != nullptr));
+}
+
+// The interior form reads columns s(k) of a: the grid must not reach past
+// the inner extent (the grid and the matrix are separate arguments, and a
+// mismatch would read outside the caller's matrices).
+bool interior_fits(const GridInterior &in, int32_t inner)
+{
+    return in.empty() || in.last_sample() < inner;
+}
+
+} // namespace
+
+uint32_t transpose_m(const float *src, int32_t src_row_stride, int32_t src_col_stride,
+                     int32_t src_width, int32_t src_height, float *dst, int32_t dst_row_stride,
+                     int32_t dst_col_stride)
+{
+    // Null views have nothing to read or receive; the status stays 0 as for
+    // an empty view.
+    if (src_width <= 0 || src_height <= 0 || src == nullptr || dst == nullptr)
+        return 0;
+    for (ptrdiff_t r = 0; r < src_height; ++r)
+        for (ptrdiff_t c = 0; c < src_width; ++c)
+            *element(dst, c, r, dst_row_stride, dst_col_stride) =
+                *element(src, r, c, src_row_stride, src_col_stride);
+    return 0;
+}
+
+uint32_t mul_mm(const float *a, int32_t a_row_stride, int32_t a_col_stride, int32_t a_width,
+                int32_t a_height, const float *b, int32_t b_row_stride, int32_t b_col_stride,
+                int32_t b_width, int32_t b_height, float *dst, int32_t dst_row_stride,
+                int32_t dst_col_stride)
+{
+    if (a_width != b_height)
+        return 32;
+    if (a_height < 1 || b_width < 1)
+        return 0;
+    if (!usable(a, b, dst, a_width > 0))
+        return 32;
+    for (ptrdiff_t i = 0; i < a_height; ++i) {
+        for (ptrdiff_t j = 0; j < b_width; ++j) {
+            float acc = 0.0f;
+            for (ptrdiff_t k = 0; k < a_width; ++k)
+                acc = std::fma(*element(a, i, k, a_row_stride, a_col_stride),
+                               *element(b, k, j, b_row_stride, b_col_stride), acc);
+            *element(dst, i, j, dst_row_stride, dst_col_stride) = acc;
+        }
+    }
+    return 0;
+}
+
+uint32_t mul_mm_lsc(const float *a, int32_t a_row_stride, int32_t a_col_stride, int32_t a_width,
+                    int32_t a_height, const float *b, int32_t b_row_stride, int32_t b_col_stride,
+                    int32_t b_width, int32_t b_height, float *dst, int32_t dst_row_stride,
+                    int32_t dst_col_stride, uint16_t height, uint16_t width, uint16_t margin_y,
+                    uint16_t margin_x)
+{
+    if (a_width != b_height)
+        return 32;
+    if (a_height < 1 || b_width < 1)
+        return 0;
+    const GridInterior in(height, width, margin_y, margin_x);
+    if (!usable(a, b, dst, !in.empty()) || !interior_fits(in, a_width))
+        return 32;
+    for (ptrdiff_t i = 0; i < a_height; ++i) {
+        for (ptrdiff_t j = 0; j < b_width; ++j) {
+            float acc = 0.0f;
+            // Interior rows, then columns: ascending interior index k.
+            for (int64_t r = 0; !in.empty() && r < in.ih; ++r) {
+                const int64_t row_start = (in.first_row + r) * in.width + in.first_col;
+                for (int64_t q = 0; q < in.iw; ++q) {
+                    const ptrdiff_t s = static_cast<ptrdiff_t>(row_start + q);
+                    acc = std::fma(*element(a, i, s, a_row_stride, a_col_stride),
+                                   *element(b, s, j, b_row_stride, b_col_stride), acc);
+                }
+            }
+            *element(dst, i, j, dst_row_stride, dst_col_stride) = acc;
+        }
+    }
+    return 0;
+}
+
+uint32_t mul_mv(const float *a, int32_t a_row_stride, int32_t a_col_stride, int32_t a_width,
+                int32_t a_height, const float *x, int32_t x_stride, int32_t x_len, float *y,
+                int32_t y_stride)
+{
+    if (a_width != x_len)
+        return 32;
+    if (a_height < 1)
+        return 0;
+    if (!usable(a, x, y, a_width > 0))
+        return 32;
+    for (ptrdiff_t i = 0; i < a_height; ++i) {
+        float acc = 0.0f;
+        for (ptrdiff_t k = 0; k < a_width; ++k)
+            acc = std::fma(*element(a, i, k, a_row_stride, a_col_stride), *element(x, k, 0, x_stride, 0),
+                           acc);
+        *element(y, i, 0, y_stride, 0) = acc;
+    }
+    return 0;
+}
+
+uint32_t mul_mv_lsc(const float *a, int32_t a_row_stride, int32_t a_col_stride, int32_t a_width,
+                    int32_t a_height, const float *x, int32_t x_stride, int32_t x_len, float *y,
+                    int32_t y_stride, uint16_t height, uint16_t width, uint16_t margin_y,
+                    uint16_t margin_x)
+{
+    if (a_width != x_len)
+        return 32;
+    if (a_height < 1)
+        return 0;
+    const GridInterior in(height, width, margin_y, margin_x);
+    if (!usable(a, x, y, !in.empty()) || !interior_fits(in, a_width))
+        return 32;
+    for (ptrdiff_t i = 0; i < a_height; ++i) {
+        float acc = 0.0f;
+        for (int64_t r = 0; !in.empty() && r < in.ih; ++r) {
+            const int64_t row_start = (in.first_row + r) * in.width + in.first_col;
+            for (int64_t q = 0; q < in.iw; ++q) {
+                const ptrdiff_t s = static_cast<ptrdiff_t>(row_start + q);
+                acc = std::fma(*element(a, i, s, a_row_stride, a_col_stride),
+                               *element(x, s, 0, x_stride, 0), acc);
+            }
+        }
+        *element(y, i, 0, y_stride, 0) = acc;
+    }
+    return 0;
+}
