@@ -1,6 +1,8 @@
 // Lens-shading tables: four NVM tables of a 17 x 13 grid (u16 samples, 10
 // fractional bits) brought to a 64 x 48 tuning grid, next to the same work
-// done with a general-purpose library.
+// done with a general-purpose library: OpenCV's bicubic resize for the
+// bicubic tables, an Eigen double-precision least-squares fit (Householder
+// QR) and evaluation for the polynomial tables.
 #include <cstdint>
 #include <vector>
 
@@ -11,6 +13,9 @@
 #if defined(EJ_BENCH_HAVE_OPENCV)
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
+#endif
+#if defined(EJ_BENCH_HAVE_EIGEN)
+#include <Eigen/Dense>
 #endif
 
 namespace {
@@ -45,6 +50,48 @@ struct NvmTables {
     }
 };
 
+#if defined(EJ_BENCH_HAVE_EIGEN)
+// The 15 terms 1, x, y, x^2, xy, y^2, x^3, x^2 y, x y^2, y^3, x^4, x^3 y,
+// x^2 y^2, x y^3, y^4 at (x, y), into row r of m.
+void terms(Eigen::MatrixXd &m, Eigen::Index r, double x, double y)
+{
+    const double x2 = x * x, y2 = y * y;
+    const double t[15] = {1, x, y, x2, x * y, y2, x2 * x, x2 * y, x * y2, y2 * y,
+                          x2 * x2, x2 * x * y, x2 * y2, x * y2 * y, y2 * y2};
+    for (int k = 0; k < 15; ++k)
+        m(r, k) = t[k];
+}
+
+// The same 16 planes with Eigen in double precision, done the efficient way:
+// one Householder QR of the design matrix solves all 16 right-hand sides;
+// one matrix product evaluates all 16 fits on the target grid; then each
+// plane is normalised to its minimum and flipped.
+void eigen_tables(const NvmTables &in, Eigen::MatrixXd &out)
+{
+    const Eigen::Index w = kNvmGrid.w, h = kNvmGrid.h, m = w * h;
+    Eigen::MatrixXd design(m, 15);
+    for (Eigen::Index r = 0; r < h; ++r)
+        for (Eigen::Index c = 0; c < w; ++c)
+            terms(design, r * w + c, double(c + 1), double(r + 1));
+    Eigen::MatrixXd z(m, kTables * kChannels);
+    for (Eigen::Index p = 0; p < z.cols(); ++p)
+        for (Eigen::Index k = 0; k < m; ++k)
+            z(k, p) = in.samples[size_t(p)][size_t(k)] / 1024.0 + 1.0;
+    const Eigen::MatrixXd coefficients = design.householderQr().solve(z);
+    const Eigen::Index dw = kTuningGrid.w, dh = kTuningGrid.h;
+    Eigen::MatrixXd grid(dw * dh, 15);
+    const double sx = double(w - 1) / double(dw - 1), sy = double(h - 1) / double(dh - 1);
+    for (Eigen::Index j = 0; j < dh; ++j)
+        for (Eigen::Index i = 0; i < dw; ++i)
+            terms(grid, (dh - 1 - j) * dw + (dw - 1 - i), 1.0 + double(i) * sx, 1.0 + double(j) * sy);
+    out.noalias() = grid * coefficients;
+    for (Eigen::Index p = 0; p < out.cols(); ++p) {
+        const double lowest = out.col(p).minCoeff();
+        out.col(p) = (out.col(p) / lowest).cwiseMax(1.0);
+    }
+}
+#endif
+
 constexpr uint64_t kPlaneSamples = uint64_t(kTables) * kChannels * kTuningGrid.w * kTuningGrid.h;
 
 const bool registered = [] {
@@ -72,6 +119,25 @@ const bool registered = [] {
                 resized.convertTo(gains, CV_32F, 1.0 / 1024.0, 1.0);
                 cv::flip(gains, flipped, -1);
             }
+        });
+    }, benchmark::kMicrosecond);
+#endif
+    add("lsc/polynomial_17x13_to_64x48x16/ej", [](benchmark::State &state) {
+        NvmTables in;
+        loop(state, kPlaneSamples, [&] {
+            computed_lsc_tables *result = compute_upscaled_lsc_tables_polynom4th(
+                uint16_t(kTuningGrid.w), uint16_t(kTuningGrid.h), &in.nvm, 3, 0);
+            benchmark::DoNotOptimize(result);
+            deinit_computed_upscale_lsc_tables(result);
+        });
+    }, benchmark::kMicrosecond);
+#if defined(EJ_BENCH_HAVE_EIGEN)
+    add("lsc/polynomial_17x13_to_64x48x16/eigen", [](benchmark::State &state) {
+        NvmTables in;
+        Eigen::MatrixXd out;
+        loop(state, kPlaneSamples, [&] {
+            eigen_tables(in, out);
+            benchmark::DoNotOptimize(out.data());
         });
     }, benchmark::kMicrosecond);
 #endif

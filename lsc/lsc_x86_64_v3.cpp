@@ -1,0 +1,205 @@
+// x86-64-v3 loops of the matrix products and of the polynomial evaluation.
+// Eight independent outputs per vector (rows of a matrix-vector product,
+// columns of a row of a matrix-matrix product, samples of an output row);
+// each lane runs the portable sequence of its output unchanged. Strided
+// operands are read with gathers. No inline function with external linkage
+// is called from here (see resample/bicubic_math.h for why).
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "lsc_x86_64_v3.h"
+
+namespace {
+
+inline const float *at(const float *base, ptrdiff_t bytes)
+{
+    return reinterpret_cast<const float *>(reinterpret_cast<const char *>(base) + bytes);
+}
+
+inline float *at(float *base, ptrdiff_t bytes)
+{
+    return reinterpret_cast<float *>(reinterpret_cast<char *>(base) + bytes);
+}
+
+inline __m256i first_lanes(int64_t count)
+{
+    return _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(count < 8 ? count : 8)),
+                              _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+}
+
+// Calls f(s) for every index of the span, in ascending order.
+template <typename F>
+inline void for_each_index(const lsc_dot_span &span, F f)
+{
+    if (!span.interior) {
+        for (int64_t s = 0; s < span.count; ++s)
+            f(s);
+        return;
+    }
+    if (span.iw <= 0 || span.ih <= 0)
+        return;
+    for (int64_t r = 0; r < span.ih; ++r) {
+        const int64_t row_start = (span.first_row + r) * span.width + span.first_col;
+        for (int64_t q = 0; q < span.iw; ++q)
+            f(row_start + q);
+    }
+}
+
+// Stores the first `lanes` values of v at base + k * stride bytes.
+inline void store_lanes(float *base, int32_t stride, __m256 v, int64_t lanes)
+{
+    alignas(32) float values[8];
+    _mm256_store_ps(values, v);
+    for (int64_t k = 0; k < lanes && k < 8; ++k)
+        *at(base, ptrdiff_t(k) * stride) = values[k];
+}
+
+} // namespace
+
+bool lsc_lane_stride_fits(int32_t stride)
+{
+    return int64_t(stride) * 7 <= INT32_MAX && int64_t(stride) * 7 >= INT32_MIN;
+}
+
+void lsc_mul_mv_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
+                          int32_t a_height, const float *x, int32_t x_stride, float *y,
+                          int32_t y_stride, const lsc_dot_span &span)
+{
+    const __m256i lane_offset =
+        _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(a_row_stride));
+    for (int64_t i0 = 0; i0 < a_height; i0 += 8) {
+        const int64_t lanes = a_height - i0;
+        const __m256 mask = _mm256_castsi256_ps(first_lanes(lanes));
+        const float *rows = at(a, ptrdiff_t(i0) * a_row_stride);
+        __m256 acc = _mm256_setzero_ps();
+        for_each_index(span, [&](int64_t s) {
+            const __m256 as = _mm256_mask_i32gather_ps(_mm256_setzero_ps(),
+                                                       at(rows, ptrdiff_t(s) * a_col_stride),
+                                                       lane_offset, mask, 1);
+            acc = _mm256_fmadd_ps(as, _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride)), acc);
+        });
+        store_lanes(at(y, ptrdiff_t(i0) * y_stride), y_stride, acc, lanes);
+    }
+}
+
+void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
+                          int32_t a_height, const float *b, int32_t b_row_stride,
+                          int32_t b_col_stride, int32_t b_width, float *dst,
+                          int32_t dst_row_stride, int32_t dst_col_stride,
+                          const lsc_dot_span &span)
+{
+    const __m256i lane_offset =
+        _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(b_col_stride));
+    for (int64_t i = 0; i < a_height; ++i) {
+        const float *a_row = at(a, ptrdiff_t(i) * a_row_stride);
+        for (int64_t j0 = 0; j0 < b_width; j0 += 8) {
+            const int64_t lanes = b_width - j0;
+            const __m256 mask = _mm256_castsi256_ps(first_lanes(lanes));
+            const float *b_cols = at(b, ptrdiff_t(j0) * b_col_stride);
+            __m256 acc = _mm256_setzero_ps();
+            for_each_index(span, [&](int64_t s) {
+                const __m256 bs = _mm256_mask_i32gather_ps(_mm256_setzero_ps(),
+                                                           at(b_cols, ptrdiff_t(s) * b_row_stride),
+                                                           lane_offset, mask, 1);
+                acc = _mm256_fmadd_ps(_mm256_set1_ps(*at(a_row, ptrdiff_t(s) * a_col_stride)), bs,
+                                      acc);
+            });
+            store_lanes(at(dst, ptrdiff_t(i) * dst_row_stride + ptrdiff_t(j0) * dst_col_stride),
+                        dst_col_stride, acc, lanes);
+        }
+    }
+}
+
+// P(x, y) = sum of c[t] * term_t in the design matrix's column order, from
+// 0.0, one fused multiply-add per term; the terms formed as the portable
+// evaluation forms them.
+void lsc_evaluate_plane_x86_64_v3(const float *c, float *dst, uint16_t src_width,
+                                  uint16_t src_height, uint16_t dst_width, uint16_t dst_height)
+{
+    const float sx = (float(src_width) - 1.0f) / (float(dst_width) - 1.0f);
+    const float sy = (float(src_height) - 1.0f) / (float(dst_height) - 1.0f);
+    __m256 coefficient[15];
+    for (int t = 0; t < 15; ++t)
+        coefficient[t] = _mm256_set1_ps(c[t]);
+    const __m256 one = _mm256_set1_ps(1.0f);
+    for (size_t j = 0; j < dst_height; ++j) {
+        const __m256 y = _mm256_set1_ps(__builtin_fmaf(float(j), sy, 1.0f));
+        const __m256 y2 = _mm256_mul_ps(y, y);
+        const __m256 y3 = _mm256_mul_ps(y, y2);
+        const __m256 y4 = _mm256_mul_ps(y, y3);
+        float *row = dst + j * dst_width;
+        for (uint32_t i0 = 0; i0 < dst_width; i0 += 8) {
+            const __m256 i = _mm256_cvtepi32_ps(
+                _mm256_add_epi32(_mm256_set1_epi32(int32_t(i0)), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)));
+            const __m256 x = _mm256_fmadd_ps(i, _mm256_set1_ps(sx), one);
+            const __m256 x2 = _mm256_mul_ps(x, x);
+            const __m256 x3 = _mm256_mul_ps(x, x2);
+            const __m256 x4 = _mm256_mul_ps(x, x3);
+            const __m256 terms[15] = {one,
+                                      x,
+                                      y,
+                                      x2,
+                                      _mm256_mul_ps(x, y),
+                                      y2,
+                                      x3,
+                                      _mm256_mul_ps(x2, y),
+                                      _mm256_mul_ps(x, y2),
+                                      y3,
+                                      x4,
+                                      _mm256_mul_ps(x3, y),
+                                      _mm256_mul_ps(x2, y2),
+                                      _mm256_mul_ps(x, y3),
+                                      y4};
+            __m256 acc = _mm256_setzero_ps();
+            for (int t = 0; t < 15; ++t)
+                acc = _mm256_fmadd_ps(coefficient[t], terms[t], acc);
+            if (i0 + 8 <= dst_width)
+                _mm256_storeu_ps(row + i0, acc);
+            else
+                _mm256_maskstore_ps(row + i0, first_lanes(int64_t(dst_width) - i0), acc);
+        }
+    }
+}
+
+// The smallest value of a plane without NaN is the same whatever order the
+// comparisons take (equal values have equal bits, except zeros, which the
+// test min > 0 refuses either way); the division and the raise are the
+// portable ones, lane by lane.
+bool lsc_normalise_x86_64_v3(float *plane, size_t count)
+{
+    if (count == 0)
+        return false; // no minimum: refused like a plane without one
+    __m256 low = _mm256_set1_ps(plane[0]);
+    __m256 unordered = _mm256_setzero_ps();
+    size_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const __m256 v = _mm256_loadu_ps(plane + i);
+        unordered = _mm256_or_ps(unordered, _mm256_cmp_ps(v, v, _CMP_UNORD_Q));
+        low = _mm256_min_ps(low, v);
+    }
+    alignas(32) float lanes[8];
+    _mm256_store_ps(lanes, low);
+    float min = lanes[0];
+    for (int k = 1; k < 8; ++k)
+        min = lanes[k] < min ? lanes[k] : min;
+    bool nan = !_mm256_testz_ps(unordered, unordered);
+    for (; i < count; ++i) {
+        nan = nan || plane[i] != plane[i];
+        min = plane[i] < min ? plane[i] : min;
+    }
+    if (nan || !(min > 0.0f))
+        return false;
+    const __m256 divisor = _mm256_set1_ps(min);
+    const __m256 one = _mm256_set1_ps(1.0f);
+    for (i = 0; i + 8 <= count; i += 8) {
+        const __m256 v = _mm256_div_ps(_mm256_loadu_ps(plane + i), divisor);
+        _mm256_storeu_ps(plane + i, _mm256_blendv_ps(one, v, _mm256_cmp_ps(v, one, _CMP_GT_OQ)));
+    }
+    for (; i < count; ++i) {
+        const float v = plane[i] / min;
+        plane[i] = v > 1.0f ? v : 1.0f;
+    }
+    return true;
+}
