@@ -63,24 +63,39 @@ bool lsc_lane_stride_fits(int32_t stride)
     return int64_t(stride) * 7 <= INT32_MAX && int64_t(stride) * 7 >= INT32_MIN;
 }
 
+// Up to four groups of eight rows (mul_mv) or of eight columns (mul_mm) run
+// through one span together: their sums are independent, so the latencies of
+// their fused multiply-adds overlap. Each sum keeps its own order.
+constexpr int64_t kGroups = 4;
+
 void lsc_mul_mv_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
                           int32_t a_height, const float *x, int32_t x_stride, float *y,
                           int32_t y_stride, const lsc_dot_span &span)
 {
     const __m256i lane_offset =
         _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(a_row_stride));
-    for (int64_t i0 = 0; i0 < a_height; i0 += 8) {
-        const int64_t lanes = a_height - i0;
-        const __m256 mask = _mm256_castsi256_ps(first_lanes(lanes));
-        const float *rows = at(a, ptrdiff_t(i0) * a_row_stride);
-        __m256 acc = _mm256_setzero_ps();
+    for (int64_t first = 0; first < a_height; first += 8 * kGroups) {
+        const int64_t groups = (a_height - first + 7) / 8 < kGroups ? (a_height - first + 7) / 8 : kGroups;
+        __m256 mask[kGroups];
+        const float *rows[kGroups];
+        __m256 acc[kGroups];
+        for (int64_t g = 0; g < groups; ++g) {
+            mask[g] = _mm256_castsi256_ps(first_lanes(a_height - first - 8 * g));
+            rows[g] = at(a, ptrdiff_t(first + 8 * g) * a_row_stride);
+            acc[g] = _mm256_setzero_ps();
+        }
         for_each_index(span, [&](int64_t s) {
-            const __m256 as = _mm256_mask_i32gather_ps(_mm256_setzero_ps(),
-                                                       at(rows, ptrdiff_t(s) * a_col_stride),
-                                                       lane_offset, mask, 1);
-            acc = _mm256_fmadd_ps(as, _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride)), acc);
+            const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride));
+            const ptrdiff_t column = ptrdiff_t(s) * a_col_stride;
+            for (int64_t g = 0; g < groups; ++g) {
+                const __m256 as = _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(rows[g], column),
+                                                           lane_offset, mask[g], 1);
+                acc[g] = _mm256_fmadd_ps(as, xs, acc[g]);
+            }
         });
-        store_lanes(at(y, ptrdiff_t(i0) * y_stride), y_stride, acc, lanes);
+        for (int64_t g = 0; g < groups; ++g)
+            store_lanes(at(y, ptrdiff_t(first + 8 * g) * y_stride), y_stride, acc[g],
+                        a_height - first - 8 * g);
     }
 }
 
@@ -94,71 +109,128 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
         _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(b_col_stride));
     for (int64_t i = 0; i < a_height; ++i) {
         const float *a_row = at(a, ptrdiff_t(i) * a_row_stride);
-        for (int64_t j0 = 0; j0 < b_width; j0 += 8) {
-            const int64_t lanes = b_width - j0;
-            const __m256 mask = _mm256_castsi256_ps(first_lanes(lanes));
-            const float *b_cols = at(b, ptrdiff_t(j0) * b_col_stride);
-            __m256 acc = _mm256_setzero_ps();
+        for (int64_t first = 0; first < b_width; first += 8 * kGroups) {
+            const int64_t groups =
+                (b_width - first + 7) / 8 < kGroups ? (b_width - first + 7) / 8 : kGroups;
+            __m256 mask[kGroups];
+            const float *cols[kGroups];
+            __m256 acc[kGroups];
+            for (int64_t g = 0; g < groups; ++g) {
+                mask[g] = _mm256_castsi256_ps(first_lanes(b_width - first - 8 * g));
+                cols[g] = at(b, ptrdiff_t(first + 8 * g) * b_col_stride);
+                acc[g] = _mm256_setzero_ps();
+            }
             for_each_index(span, [&](int64_t s) {
-                const __m256 bs = _mm256_mask_i32gather_ps(_mm256_setzero_ps(),
-                                                           at(b_cols, ptrdiff_t(s) * b_row_stride),
-                                                           lane_offset, mask, 1);
-                acc = _mm256_fmadd_ps(_mm256_set1_ps(*at(a_row, ptrdiff_t(s) * a_col_stride)), bs,
-                                      acc);
+                const __m256 as = _mm256_set1_ps(*at(a_row, ptrdiff_t(s) * a_col_stride));
+                const ptrdiff_t row = ptrdiff_t(s) * b_row_stride;
+                for (int64_t g = 0; g < groups; ++g) {
+                    const __m256 bs = _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(cols[g], row),
+                                                               lane_offset, mask[g], 1);
+                    acc[g] = _mm256_fmadd_ps(as, bs, acc[g]);
+                }
             });
-            store_lanes(at(dst, ptrdiff_t(i) * dst_row_stride + ptrdiff_t(j0) * dst_col_stride),
-                        dst_col_stride, acc, lanes);
+            for (int64_t g = 0; g < groups; ++g)
+                store_lanes(at(dst, ptrdiff_t(i) * dst_row_stride +
+                                        ptrdiff_t(first + 8 * g) * dst_col_stride),
+                            dst_col_stride, acc[g], b_width - first - 8 * g);
         }
     }
 }
 
 // P(x, y) = sum of c[t] * term_t in the design matrix's column order, from
 // 0.0, one fused multiply-add per term; the terms formed as the portable
-// evaluation forms them.
+// evaluation forms them. Four vectors of a row are evaluated side by side:
+// their sums are independent, so their latencies overlap.
+namespace {
+
+constexpr int kEvalVectors = 4;
+
+struct evaluation {
+    __m256 coefficient[15];
+    __m256 y, y2, y3, y4;
+};
+
+// The 15 terms at eight columns x of the current row.
+inline void terms8(const evaluation &e, __m256 x, __m256 *terms)
+{
+    const __m256 x2 = _mm256_mul_ps(x, x);
+    const __m256 x3 = _mm256_mul_ps(x, x2);
+    const __m256 x4 = _mm256_mul_ps(x, x3);
+    terms[0] = _mm256_set1_ps(1.0f);
+    terms[1] = x;
+    terms[2] = e.y;
+    terms[3] = x2;
+    terms[4] = _mm256_mul_ps(x, e.y);
+    terms[5] = e.y2;
+    terms[6] = x3;
+    terms[7] = _mm256_mul_ps(x2, e.y);
+    terms[8] = _mm256_mul_ps(x, e.y2);
+    terms[9] = e.y3;
+    terms[10] = x4;
+    terms[11] = _mm256_mul_ps(x3, e.y);
+    terms[12] = _mm256_mul_ps(x2, e.y2);
+    terms[13] = _mm256_mul_ps(x, e.y3);
+    terms[14] = e.y4;
+}
+
+// `count` vectors of P side by side: term t of every vector before term t + 1.
+template <int count>
+inline void evaluate(const evaluation &e, const __m256 *x, __m256 *acc)
+{
+    __m256 terms[count][15];
+#pragma GCC unroll 4
+    for (int k = 0; k < count; ++k) {
+        terms8(e, x[k], terms[k]);
+        acc[k] = _mm256_setzero_ps();
+    }
+#pragma GCC unroll 15
+    for (int t = 0; t < 15; ++t) {
+#pragma GCC unroll 4
+        for (int k = 0; k < count; ++k)
+            acc[k] = _mm256_fmadd_ps(e.coefficient[t], terms[k][t], acc[k]);
+    }
+}
+
+inline __m256 column_coordinate(uint32_t i0, float sx)
+{
+    const __m256 i = _mm256_cvtepi32_ps(_mm256_add_epi32(_mm256_set1_epi32(int32_t(i0)),
+                                                         _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)));
+    return _mm256_fmadd_ps(i, _mm256_set1_ps(sx), _mm256_set1_ps(1.0f));
+}
+
+} // namespace
+
 void lsc_evaluate_plane_x86_64_v3(const float *c, float *dst, uint16_t src_width,
                                   uint16_t src_height, uint16_t dst_width, uint16_t dst_height)
 {
     const float sx = (float(src_width) - 1.0f) / (float(dst_width) - 1.0f);
     const float sy = (float(src_height) - 1.0f) / (float(dst_height) - 1.0f);
-    __m256 coefficient[15];
+    evaluation e;
     for (int t = 0; t < 15; ++t)
-        coefficient[t] = _mm256_set1_ps(c[t]);
-    const __m256 one = _mm256_set1_ps(1.0f);
+        e.coefficient[t] = _mm256_set1_ps(c[t]);
     for (size_t j = 0; j < dst_height; ++j) {
-        const __m256 y = _mm256_set1_ps(__builtin_fmaf(float(j), sy, 1.0f));
-        const __m256 y2 = _mm256_mul_ps(y, y);
-        const __m256 y3 = _mm256_mul_ps(y, y2);
-        const __m256 y4 = _mm256_mul_ps(y, y3);
+        e.y = _mm256_set1_ps(__builtin_fmaf(float(j), sy, 1.0f));
+        e.y2 = _mm256_mul_ps(e.y, e.y);
+        e.y3 = _mm256_mul_ps(e.y, e.y2);
+        e.y4 = _mm256_mul_ps(e.y, e.y3);
         float *row = dst + j * dst_width;
-        for (uint32_t i0 = 0; i0 < dst_width; i0 += 8) {
-            const __m256 i = _mm256_cvtepi32_ps(
-                _mm256_add_epi32(_mm256_set1_epi32(int32_t(i0)), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)));
-            const __m256 x = _mm256_fmadd_ps(i, _mm256_set1_ps(sx), one);
-            const __m256 x2 = _mm256_mul_ps(x, x);
-            const __m256 x3 = _mm256_mul_ps(x, x2);
-            const __m256 x4 = _mm256_mul_ps(x, x3);
-            const __m256 terms[15] = {one,
-                                      x,
-                                      y,
-                                      x2,
-                                      _mm256_mul_ps(x, y),
-                                      y2,
-                                      x3,
-                                      _mm256_mul_ps(x2, y),
-                                      _mm256_mul_ps(x, y2),
-                                      y3,
-                                      x4,
-                                      _mm256_mul_ps(x3, y),
-                                      _mm256_mul_ps(x2, y2),
-                                      _mm256_mul_ps(x, y3),
-                                      y4};
-            __m256 acc = _mm256_setzero_ps();
-            for (int t = 0; t < 15; ++t)
-                acc = _mm256_fmadd_ps(coefficient[t], terms[t], acc);
+        uint32_t i0 = 0;
+        for (; i0 + 8 * kEvalVectors <= dst_width; i0 += 8 * kEvalVectors) {
+            __m256 x[kEvalVectors], v[kEvalVectors];
+            for (int k = 0; k < kEvalVectors; ++k)
+                x[k] = column_coordinate(i0 + 8 * uint32_t(k), sx);
+            evaluate<kEvalVectors>(e, x, v);
+            for (int k = 0; k < kEvalVectors; ++k)
+                _mm256_storeu_ps(row + i0 + 8 * k, v[k]);
+        }
+        for (; i0 < dst_width; i0 += 8) {
+            const __m256 x = column_coordinate(i0, sx);
+            __m256 v;
+            evaluate<1>(e, &x, &v);
             if (i0 + 8 <= dst_width)
-                _mm256_storeu_ps(row + i0, acc);
+                _mm256_storeu_ps(row + i0, v);
             else
-                _mm256_maskstore_ps(row + i0, first_lanes(int64_t(dst_width) - i0), acc);
+                _mm256_maskstore_ps(row + i0, first_lanes(int64_t(dst_width) - i0), v);
         }
     }
 }
