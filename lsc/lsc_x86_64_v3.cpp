@@ -68,10 +68,72 @@ bool lsc_lane_stride_fits(int32_t stride)
 // their fused multiply-adds overlap. Each sum keeps its own order.
 constexpr int64_t kGroups = 4;
 
+namespace {
+
+// r[0..7] (eight rows of eight floats) become the eight columns.
+inline void transpose8(__m256 *r)
+{
+    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
+    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
+    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
+    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
+    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
+    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
+    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
+    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
+    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
+    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
+    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
+    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
+    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
+    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
+    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
+    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
+}
+
+// mul_mv over the full span of a matrix whose rows are contiguous floats:
+// eight rows by eight columns are loaded and transposed, so that column s
+// of the eight rows is one vector, taken in ascending s as the gathers take it.
+void mul_mv_contiguous_rows(const float *a, int32_t a_row_stride, int32_t a_height,
+                            const float *x, int32_t x_stride, float *y, int32_t y_stride,
+                            int64_t count)
+{
+    for (int64_t first = 0; first < a_height; first += 8) {
+        const int64_t present = a_height - first < 8 ? a_height - first : 8;
+        const float *rows[8];
+        for (int64_t l = 0; l < present; ++l)
+            rows[l] = at(a, ptrdiff_t(first + l) * a_row_stride);
+        __m256 acc = _mm256_setzero_ps();
+        int64_t s = 0;
+        for (; s + 8 <= count; s += 8) {
+            __m256 r[8];
+            for (int64_t l = 0; l < 8; ++l)
+                r[l] = l < present ? _mm256_loadu_ps(rows[l] + s) : _mm256_setzero_ps();
+            transpose8(r);
+            for (int q = 0; q < 8; ++q)
+                acc = _mm256_fmadd_ps(r[q], _mm256_set1_ps(*at(x, ptrdiff_t(s + q) * x_stride)), acc);
+        }
+        for (; s < count; ++s) {
+            alignas(32) float column[8] = {};
+            for (int64_t l = 0; l < present; ++l)
+                column[l] = rows[l][s];
+            acc = _mm256_fmadd_ps(_mm256_load_ps(column),
+                                  _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride)), acc);
+        }
+        store_lanes(at(y, ptrdiff_t(first) * y_stride), y_stride, acc, present);
+    }
+}
+
+} // namespace
+
 void lsc_mul_mv_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
                           int32_t a_height, const float *x, int32_t x_stride, float *y,
                           int32_t y_stride, const lsc_dot_span &span)
 {
+    if (a_col_stride == 4 && !span.interior) {
+        mul_mv_contiguous_rows(a, a_row_stride, a_height, x, x_stride, y, y_stride, span.count);
+        return;
+    }
     const __m256i lane_offset =
         _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(a_row_stride));
     for (int64_t first = 0; first < a_height; first += 8 * kGroups) {
@@ -124,8 +186,12 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
                 const __m256 as = _mm256_set1_ps(*at(a_row, ptrdiff_t(s) * a_col_stride));
                 const ptrdiff_t row = ptrdiff_t(s) * b_row_stride;
                 for (int64_t g = 0; g < groups; ++g) {
-                    const __m256 bs = _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(cols[g], row),
-                                                               lane_offset, mask[g], 1);
+                    // Columns one float apart are one (masked) load.
+                    const __m256 bs =
+                        b_col_stride == 4
+                            ? _mm256_maskload_ps(at(cols[g], row), _mm256_castps_si256(mask[g]))
+                            : _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(cols[g], row),
+                                                       lane_offset, mask[g], 1);
                     acc[g] = _mm256_fmadd_ps(as, bs, acc[g]);
                 }
             });
