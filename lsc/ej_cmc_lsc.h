@@ -356,11 +356,18 @@ EJ_CMC_API computed_lsc_tables *compute_upscaled_lsc_tables_bicubic(uint16_t dst
  * every sample of a covered position becomes the low 16 bits of
  * trunc(float(ratio sample) * gain) (no saturation: products of 65536 or more
  * wrap around). The set header (set_id, set_params, grid_bits) is copied from
- * the ratio set. Positions without a grid, plane or ratio grid are skipped.
+ * the ratio set. Positions without a grid, plane or ratio grid are skipped,
+ * and so are all positions of a set whose computed table entry is null.
+ * The truncation is well defined for every product: it equals the signed
+ * 32-bit one wherever that one exists and continues the wrap-around beyond
+ * (through 64 bits); an infinite or NaN product, and any product of 2^63 or
+ * more in magnitude, gives 0.
  *
  * @param lens_shading the grids to rewrite (grid_width * grid_height samples).
- * @param ratio the ratio grids, read only; same num_sets.
- * @param computed planes for the grid of lens_shading. For cfa_pattern 256
+ * @param ratio the ratio grids, read only; same num_sets, and grids of at
+ *        least grid_width * grid_height samples of lens_shading.
+ * @param computed planes for the grid of lens_shading (trusted to hold 4 *
+ *        grid_width * grid_height floats per table). For cfa_pattern 256
  *        ... 263 the two planes feeding the eight Q0/Q3 positions of each
  *        referenced table are replaced by their average.
  * @param cfa_pattern colour-filter pattern code: 0 ... 3 (2 x 2), 128 ... 131
@@ -368,7 +375,9 @@ EJ_CMC_API computed_lsc_tables *compute_upscaled_lsc_tables_bicubic(uint16_t dst
  * @param channel_order order of the NVM planes, 0 ... 3.
  * @return 0 (also when both num_sets are 0); 32 for a null argument (nothing
  *         changed); 8 when the num_sets differ, channel_order or cfa_pattern
- *         is unsupported (nothing changed), or a set's nvm_table_index is 0
+ *         is unsupported, the ratio grids hold fewer samples than the
+ *         lens-shading grids or a non-empty structure has no set array
+ *         (nothing changed in these cases), or a set's nvm_table_index is 0
  *         or beyond num_tables (the sets before it stay corrected).
  */
 EJ_CMC_API uint32_t ratio_based_sample_to_sample_correction(

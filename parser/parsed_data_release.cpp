@@ -60,7 +60,8 @@ void ej_cmc_parser_deinit(cmc_parsed_data *p)
     release(p->dual_block);
     release_plane_grid_set(p->plane_grid_set);
     p->plane_grid_set = nullptr;
-    release(p->nvm_map_table);
+    release_nvm_map_table(p->nvm_map_table); // items, map, aux, then the structure
+    p->nvm_map_table = nullptr;
     release_four_plane_grid(p->four_plane_grid);
     p->four_plane_grid = nullptr;
     cmc_lens_shading4x4_deinit(p->lens_shading4x4);

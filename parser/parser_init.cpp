@@ -6,6 +6,7 @@
 #include "container_check.h"
 #include "ej_cmc_parser.h"
 #include "ej_nvm.h"
+#include "lens_shading_step.h"
 #include "rec_34_completion.h"
 #include "record_walk.h"
 
@@ -32,8 +33,9 @@ cmc_parsed_data *ej_cmc_parser_init_v1(const ej_data_block *container, const ej_
     walk_records(container->data, container->size, parsed, nvm_data);
 
     if (nvm_data != nullptr) {
-        // The lens-shading step (adapting slot 53 to the module's NVM tables)
-        // runs here, before the handle is released.
+        // Right after the walk: slot 53 adapted to the module's NVM tables,
+        // then the handle released, whatever the step did.
+        run_lens_shading_step(parsed, nvm_data);
         ej_nvm_deinit(nvm_data);
     }
     // Last: a container without an id-34 record gets one built from its

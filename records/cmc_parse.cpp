@@ -7,7 +7,6 @@
 
 uint32_t cmc_parse(void *record, cmc_parsed_data *parsed, const struct ej_nvm_data *nvm)
 {
-    (void)nvm; // read only by the map record's decoder
     if (record == nullptr || parsed == nullptr)
         return CMC_PARSE_BAD_DATA;
     uint8_t *rec = static_cast<uint8_t *>(record);
@@ -45,6 +44,7 @@ uint32_t cmc_parse(void *record, cmc_parsed_data *parsed, const struct ej_nvm_da
     case 26: return decode_dual_block(rec, parsed);
     case 27: return decode_plane_grid_set(rec, parsed);
     case 29: return decode_four_plane_grid(rec, parsed);
+    case 30: return decode_nvm_map_record(rec, parsed, nvm); // the only reader of nvm
     case 35: return decode_pipe_compand(rec, parsed);
     case 36: return decode_sensor_decompand(rec, parsed);
     case 38: return decode_cbd(rec, parsed);

@@ -704,6 +704,47 @@ struct cmc_four_plane_grid {
     uint32_t *planes[4];  /**< a * b values each, in one block owned through planes[0] */
 };
 
+/* ------------------------------------------------------------------------
+ * Map record (slot 51, id 30): 6-byte items, a map of signed 32-bit values
+ * and an auxiliary block. With NVM data that holds a map calibration, the map
+ * is computed at the calibration's own grid size: per sample, an
+ * outlier-filtered 7 x 7 average of the calibration blended with the centre
+ * value of the record's table, mirrored as the id-17 record's flip mode says
+ * (flip mode 0 when no id-17 record precedes the id-30 record). Released by
+ * ej_cmc_parser_deinit(): items, map, aux, then the structure.
+ * ------------------------------------------------------------------------ */
+
+/** Byte offsets of the little-endian fields of cmc_nvm_map_table::head. */
+enum {
+    CMC_NVM_MAP_HEAD_NUM_ITEMS = 16,    /**< u16: number of 6-byte items */
+    CMC_NVM_MAP_HEAD_TABLE_WIDTH = 22,  /**< u16: values per row of map */
+    CMC_NVM_MAP_HEAD_TABLE_HEIGHT = 24, /**< u16: rows of map */
+    CMC_NVM_MAP_HEAD_AUX_WIDTH = 26,    /**< u16: aux is 4 * aux_width * aux_height bytes */
+    CMC_NVM_MAP_HEAD_AUX_HEIGHT = 28    /**< u16 */
+};
+
+/**
+ * The map record (slot 51, nvm_map_table), 56 bytes on LP64. The record's
+ * first 30 bytes are kept as bytes, in record layout, so that the structure
+ * has no packed members: read the fields at the CMC_NVM_MAP_HEAD_ offsets
+ * (little-endian, any alignment). A field that is null was not reached: the
+ * decoder fills head, items, map and aux in this order and stops at the first
+ * check or allocation that fails.
+ */
+struct cmc_nvm_map_table {
+    /** The record's first 30 bytes: the 8-byte record header (size, version,
+     *  id 30), 8 bytes not interpreted, num_items, 4 bytes not interpreted,
+     *  table_width, table_height, aux_width, aux_height. A record shorter
+     *  than 30 bytes leaves the bytes past its end zero. table_width and
+     *  table_height describe map: with NVM map calibration data they hold
+     *  the calibration's width and height. */
+    uint8_t head[30];
+    uint8_t *items; /**< owned, 6 * num_items bytes as stored, or null */
+    int32_t *map;   /**< owned, table_width * table_height values (head's, see above),
+                         row-major, or null */
+    uint8_t *aux;   /**< owned, 4 * aux_width * aux_height bytes as stored, or null */
+};
+
 #if defined(__LP64__)
 EJ_CMC_STATIC_ASSERT(sizeof(cmc_lens_shading4x4_set) == 152, ls_set_size);
 EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading4x4_set, grid_bits) == 20, ls_set_grid_bits);
@@ -717,6 +758,10 @@ EJ_CMC_STATIC_ASSERT(sizeof(cmc_lens_shading_ratio_set) == 160, ratio_set_size);
 EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading_ratio_set, grids) == 24, ratio_set_grids);
 EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading_ratio_set, nvm_table_index) == 152, ratio_set_index);
 EJ_CMC_STATIC_ASSERT(sizeof(cmc_lens_shading_ratio) == 40, ratio_size);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_nvm_map_table, items) == 32, nvm_map_items);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_nvm_map_table, map) == 40, nvm_map_map);
+EJ_CMC_STATIC_ASSERT(offsetof(cmc_nvm_map_table, aux) == 48, nvm_map_aux);
+EJ_CMC_STATIC_ASSERT(sizeof(cmc_nvm_map_table) == 56, nvm_map_size);
 EJ_CMC_STATIC_ASSERT(offsetof(cmc_lens_shading_ratio, sets) == 32, ratio_sets);
 EJ_CMC_STATIC_ASSERT(sizeof(cmc_gd2_wfov_unit) == 1040, gd_unit_size);
 EJ_CMC_STATIC_ASSERT(sizeof(cmc_gd2_wfov_map) == 24, gd_map_size);

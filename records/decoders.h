@@ -58,5 +58,9 @@ uint32_t decode_block_record(uint8_t *record, cmc_parsed_data *parsed);
 uint32_t decode_dual_block(uint8_t *record, cmc_parsed_data *parsed);
 uint32_t decode_plane_grid_set(uint8_t *record, cmc_parsed_data *parsed);
 uint32_t decode_four_plane_grid(uint8_t *record, cmc_parsed_data *parsed);
+/* Map record (id 30), blended with the NVM map calibration when the NVM data
+ * holds one; reads the flip mode of the id-17 record. */
+uint32_t decode_nvm_map_record(uint8_t *record, cmc_parsed_data *parsed,
+                               const struct ej_nvm_data *nvm);
 
 #endif /* CMC_DECODERS_H */

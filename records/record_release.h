@@ -21,5 +21,7 @@ void release_value_table(cmc_value_table *table);
 void release_plane_grid_set(cmc_plane_grid_set *set);
 /* Slot 52: the plane block, then the structure. */
 void release_four_plane_grid(cmc_four_plane_grid *grid);
+/* Slot 51: items, map, aux, then the structure. */
+void release_nvm_map_table(cmc_nvm_map_table *table);
 
 #endif /* CMC_RECORD_RELEASE_H */

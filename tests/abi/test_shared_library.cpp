@@ -14,6 +14,7 @@
 #include "ej_nvm.h"
 #include "kelb_builder.h"
 #include "nvm_writer.h"
+#include "sample_module.h"
 
 using namespace ejtest;
 
@@ -175,6 +176,23 @@ TEST(SharedLibrary, NvmHandleIsReleasedExactlyOnceWhenOneWasMade)
         ASSERT_NE(result->parsed, nullptr);
         EXPECT_EQ(g_nvm_parse_calls, c.parses);
         EXPECT_EQ(g_nvm_deinit_calls, c.deinits);
+    }
+}
+
+TEST(SharedLibrary, NvmHandleIsReleasedOnceWhetherTheLensShadingStepRunsOrNot)
+{
+    // The sample module carries grids and ratio grids (the step runs); the
+    // same records without the ratio record leave the step nothing to do.
+    std::vector<Bytes> without_ratios;
+    for (const Bytes &r : sample_records())
+        if (get_u16(r.data() + 6) != 33)
+            without_ratios.push_back(r);
+    for (const std::vector<Bytes> &records : {sample_records(), without_ratios}) {
+        g_nvm_parse_calls = g_nvm_deinit_calls = 0;
+        auto result = parse(make_container(records), sample_nvm());
+        ASSERT_NE(result->parsed, nullptr);
+        EXPECT_EQ(g_nvm_parse_calls, 1);
+        EXPECT_EQ(g_nvm_deinit_calls, 1);
     }
 }
 

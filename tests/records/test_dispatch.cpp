@@ -18,7 +18,9 @@ namespace {
 const std::set<int> kDecoded = {1, 2, 5, 6, 7, 8, 16, 17, 18, 19, 20, 21, 23, 37,
                                 3, 9, 13, 14, 15, 31, 32, 34,
                                 // tables, grids, distortion, curves and cbd
-                                10, 11, 22, 24, 25, 26, 27, 28, 29, 33, 35, 36, 38};
+                                10, 11, 22, 24, 25, 26, 27, 28, 29, 33, 35, 36, 38,
+                                // the map record
+                                30};
 
 std::vector<int> ids_without_decoder()
 {
