@@ -4,6 +4,7 @@
 // bicubic tables, an Eigen double-precision least-squares fit (Householder
 // QR) and evaluation for the polynomial tables.
 #include <cstdint>
+#include <random>
 #include <vector>
 
 #include "bench_support.h"
@@ -92,9 +93,98 @@ void eigen_tables(const NvmTables &in, Eigen::MatrixXd &out)
 }
 #endif
 
+// The linear-algebra kernels on the fit's own shapes: the design matrix of a
+// 17 x 13 grid (221 x 15), its transpose, the normal matrix, one right-hand
+// side, the 15 x 15 decomposition; Eigen in single precision alongside.
+constexpr int32_t kRows = int32_t(kNvmGrid.w * kNvmGrid.h), kTerms = 15;
+
+std::vector<float> random_matrix(size_t n, uint32_t seed)
+{
+    std::mt19937 gen(seed);
+    std::uniform_real_distribution<float> dist(0.5f, 2.0f);
+    std::vector<float> v(n);
+    for (float &x : v)
+        x = dist(gen);
+    return v;
+}
+
+void register_linear_algebra()
+{
+    add("linalg/transpose_221x15/ej", [](benchmark::State &state) {
+        const auto a = random_matrix(size_t(kRows) * kTerms, 1);
+        std::vector<float> t(a.size());
+        loop(state, a.size(), [&] {
+            transpose_m(a.data(), 4 * kTerms, 4, kTerms, kRows, t.data(), 4 * kRows, 4);
+        });
+    }, benchmark::kMicrosecond);
+    add("linalg/normal_matrix_15x221x15/ej", [](benchmark::State &state) {
+        const auto a = random_matrix(size_t(kRows) * kTerms, 2);
+        std::vector<float> t(a.size()), n(size_t(kTerms) * kTerms);
+        transpose_m(a.data(), 4 * kTerms, 4, kTerms, kRows, t.data(), 4 * kRows, 4);
+        loop(state, n.size(), [&] {
+            mul_mm(t.data(), 4 * kRows, 4, kRows, kTerms, a.data(), 4 * kTerms, 4, kTerms, kRows,
+                   n.data(), 4 * kTerms, 4);
+        });
+    }, benchmark::kMicrosecond);
+    add("linalg/rhs_15x221/ej", [](benchmark::State &state) {
+        const auto a = random_matrix(size_t(kRows) * kTerms, 3), z = random_matrix(size_t(kRows), 4);
+        std::vector<float> t(a.size()), b(kTerms);
+        transpose_m(a.data(), 4 * kTerms, 4, kTerms, kRows, t.data(), 4 * kRows, 4);
+        loop(state, b.size(), [&] {
+            mul_mv(t.data(), 4 * kRows, 4, kRows, kTerms, z.data(), 4, kRows, b.data(), 4);
+        });
+    }, benchmark::kMicrosecond);
+    add("linalg/lu_15x15/ej", [](benchmark::State &state) {
+        auto m = random_matrix(size_t(kTerms) * kTerms, 5);
+        for (int32_t i = 0; i < kTerms; ++i)
+            m[size_t(i) * kTerms + i] += 30.0f; // diagonally dominant
+        std::vector<float> lu(m.size());
+        uint32_t pivot[kTerms];
+        loop(state, m.size(), [&] {
+            lu_decomposition_m(m.data(), 4 * kTerms, 4, pivot, lu.data(), 4 * kTerms, 4, kTerms);
+        });
+    }, benchmark::kMicrosecond);
+#if defined(EJ_BENCH_HAVE_EIGEN)
+    using MatrixF = Eigen::Matrix<float, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+    add("linalg/transpose_221x15/eigen", [](benchmark::State &state) {
+        const auto a = random_matrix(size_t(kRows) * kTerms, 1);
+        const Eigen::Map<const MatrixF> am(a.data(), kRows, kTerms);
+        MatrixF t(kTerms, kRows);
+        loop(state, a.size(), [&] { t.noalias() = am.transpose(); });
+    }, benchmark::kMicrosecond);
+    add("linalg/normal_matrix_15x221x15/eigen", [](benchmark::State &state) {
+        const auto a = random_matrix(size_t(kRows) * kTerms, 2);
+        const Eigen::Map<const MatrixF> am(a.data(), kRows, kTerms);
+        const MatrixF t = am.transpose();
+        MatrixF n(kTerms, kTerms);
+        loop(state, size_t(kTerms) * kTerms, [&] { n.noalias() = t * am; });
+    }, benchmark::kMicrosecond);
+    add("linalg/rhs_15x221/eigen", [](benchmark::State &state) {
+        const auto a = random_matrix(size_t(kRows) * kTerms, 3), z = random_matrix(size_t(kRows), 4);
+        const Eigen::Map<const MatrixF> am(a.data(), kRows, kTerms);
+        const MatrixF t = am.transpose();
+        const Eigen::Map<const Eigen::VectorXf> zv(z.data(), kRows);
+        Eigen::VectorXf b(kTerms);
+        loop(state, size_t(kTerms), [&] { b.noalias() = t * zv; });
+    }, benchmark::kMicrosecond);
+    add("linalg/lu_15x15/eigen", [](benchmark::State &state) {
+        auto m = random_matrix(size_t(kTerms) * kTerms, 5);
+        for (int32_t i = 0; i < kTerms; ++i)
+            m[size_t(i) * kTerms + i] += 30.0f;
+        const Eigen::Map<const MatrixF> mm(m.data(), kTerms, kTerms);
+        Eigen::PartialPivLU<MatrixF> lu(kTerms);
+        loop(state, m.size(), [&] {
+            lu.compute(mm);
+            benchmark::DoNotOptimize(lu.matrixLU().data());
+        });
+    }, benchmark::kMicrosecond);
+#endif
+}
+
 constexpr uint64_t kPlaneSamples = uint64_t(kTables) * kChannels * kTuningGrid.w * kTuningGrid.h;
 
 const bool registered = [] {
+    register_linear_algebra();
     add("lsc/bicubic_17x13_to_64x48x16/ej", [](benchmark::State &state) {
         NvmTables in;
         loop(state, kPlaneSamples, [&] {
