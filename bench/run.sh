@@ -5,7 +5,8 @@
 #
 #   bench/run.sh [build-dir] [repetitions] [min-time-seconds] [filter]
 #
-# Defaults: build, 7 repetitions, 0.2 s per repetition, every case.
+# Defaults: build, 7 repetitions, 0.2 s per repetition, every case. The JSON
+# results are kept in <build-dir>/bench/results.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
@@ -16,8 +17,10 @@ filter=${4:-.}
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DEJ_BUILD_BENCH=ON >/dev/null
 cmake --build "$build" -j2 --target bench_resample bench_lsc bench_parse >/dev/null
 
-out=$(mktemp -d)
-trap 'rm -rf "$out"' EXIT
+# The raw results stay in the build directory for a later look.
+out="$build/bench/results"
+rm -rf "$out"
+mkdir -p "$out"
 for program in bench_resample bench_lsc bench_parse; do
     "$build/bench/$program" \
         --benchmark_filter="$filter" \

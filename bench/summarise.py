@@ -14,6 +14,11 @@ import sys
 from collections import OrderedDict
 
 RESAMPLING = ("nearest", "bilinear", "bicubic", "area")
+ORDER = RESAMPLING + ("lsc", "linalg", "parse")
+
+
+def ms(value):
+    return f"{value:.4g}"
 
 
 def load(paths):
@@ -44,9 +49,13 @@ def geomean(values):
 def main(paths):
     times, context = load(paths)
     cases = OrderedDict()
-    for name, ms in times.items():
+    # Family order, then case names (the runs come in random order).
+    def rank(name):
+        family = name.partition("/")[0]
+        return (ORDER.index(family) if family in ORDER else len(ORDER), name)
+    for name in sorted(times, key=rank):
         key, _, side = name.rpartition("/")
-        cases.setdefault(key, {})[side] = ms
+        cases.setdefault(key, {})[side] = times[name]
     print("| family | case | this library (ms) | counterpart | counterpart (ms) | ratio |")
     print("|---|---|---:|---|---:|---:|")
     by_family = OrderedDict()
@@ -57,12 +66,12 @@ def main(paths):
         if ours is None:
             continue
         if not others:
-            print(f"| {family} | {case} | {ours:.3f} | - | - | - |")
+            print(f"| {family} | {case} | {ms(ours)} | - | - | - |")
             continue
         ref_name, ref = others[0]
         ratio = ours / ref
         by_family.setdefault(family, []).append(ratio)
-        print(f"| {family} | {case} | {ours:.3f} | {ref_name} | {ref:.3f} | {ratio:.2f} |")
+        print(f"| {family} | {case} | {ms(ours)} | {ref_name} | {ms(ref)} | {ratio:.2f} |")
     print()
     print("| family | cases | worst ratio | geometric mean |")
     print("|---|---:|---:|---:|")
@@ -73,14 +82,16 @@ def main(paths):
             resampling += ratios
     if resampling:
         print(f"| all resampling | {len(resampling)} | {max(resampling):.2f} | {geomean(resampling):.2f} |")
-    parse = [(k, s["ej"]) for k, s in cases.items() if k.startswith("parse/") and "ej" in s]
-    if parse:
+    parse = sorted(((int("".join(ch for ch in k.split("/")[1] if ch.isdigit()) or 0), s["ej"])
+                    for k, s in cases.items() if k.startswith("parse/") and "ej" in s))
+    if len(parse) > 1:
         print()
-        print("| parse case | ms | ms per lens-shading set |")
-        print("|---|---:|---:|")
-        for key, ms in parse:
-            sets = int("".join(ch for ch in key.split("/")[1] if ch.isdigit()) or 1)
-            print(f"| {key} | {ms:.4f} | {ms / sets:.5f} |")
+        print("Parse cost per added lens-shading set (linearity):")
+        print()
+        print("| from | to | ms per added set |")
+        print("|---:|---:|---:|")
+        for (n0, t0), (n1, t1) in zip(parse, parse[1:]):
+            print(f"| {n0} | {n1} | {ms((t1 - t0) / (n1 - n0))} |")
     if context:
         print()
         print(f"Host: {context.get('host_name', '?')}, {context.get('num_cpus', '?')} CPUs at "
