@@ -294,8 +294,9 @@ compute_upscaled_lsc_tables_polynom4th(uint16_t dst_width, uint16_t dst_height,
  * @param lu the factors written by the same call.
  * @param pivot accepted and not read (the factors need no permutation).
  * @param src_planes four planes of src_width * src_height floats.
- * @param dst_planes four planes of dst_width * dst_height floats, written
- *        (not read when nothing is evaluated).
+ * @param dst_planes four planes of dst_width * dst_height floats, written;
+ *        neither the array nor its planes are read when nothing is
+ *        evaluated (either may then be null).
  * @param src_width source grid columns. @param src_height source grid rows.
  * @param dst_width target columns. @param dst_height target rows; when
  *        either is 0 or 1 nothing is evaluated (the coefficients are still
@@ -306,8 +307,9 @@ compute_upscaled_lsc_tables_polynom4th(uint16_t dst_width, uint16_t dst_height,
  * @param use_margins non-zero: fit the interior only.
  * @return 0, or 2 on an allocation failure, a null source or (when
  *         evaluating) destination plane (planes of earlier channels stay
- *         written), a failed product, null lu, src_planes or dst_planes,
- *         num_terms below 15, or src_width * src_height above 536870911.
+ *         written), a failed product, null lu or src_planes, null
+ *         dst_planes when evaluating, num_terms below 15, or
+ *         src_width * src_height above 536870911.
  */
 EJ_CMC_API uint32_t lsc_polynomial_upscale_float(const float *design_t, const float *lu,
                                                  const uint32_t *pivot, float *const *src_planes,

@@ -99,15 +99,16 @@ uint32_t lsc_polynomial_upscale_float(const float *design_t, const float *lu,
                                       uint16_t margin_x, uint8_t use_margins)
 {
     // P(x, y) reads 15 coefficients, so fewer terms cannot be evaluated; the
-    // plane arrays, the factors and the transpose (whose 4 * m-byte row
-    // stride is a 32-bit argument) must be there. All fail as a step: 2.
+    // source planes, the factors and the transpose (whose 4 * m-byte row
+    // stride is a 32-bit argument) must be there, and so must the
+    // destination planes when they are written. All fail as a step: 2.
     const int64_t m = static_cast<int64_t>(src_width) * src_height;
-    if (num_terms < kPolynomialTerms || src_planes == nullptr || dst_planes == nullptr ||
-        lu == nullptr || 4 * m > INT32_MAX)
+    const bool evaluated = dst_width > 1 && dst_height > 1;
+    if (num_terms < kPolynomialTerms || src_planes == nullptr ||
+        (evaluated && dst_planes == nullptr) || lu == nullptr || 4 * m > INT32_MAX)
         return 2;
     const int32_t mi = static_cast<int32_t>(m);
     const int32_t nt = num_terms;
-    const bool evaluated = dst_width > 1 && dst_height > 1;
 
     Vector b(num_terms);
     Vector c(num_terms);

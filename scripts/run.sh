@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# The main job: build the library, then parse a sample container (made by the
-# test-support writer) without and with an NVM blob, and print the filled slots.
+# The main job: build the library and the tools, then inspect the sample
+# module (samples/module.kelb with its NVM blob samples/module.nvm): every
+# filled slot, the drop reasons, the lens-shading adaptation, and heatmaps
+# of the grids.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -8,5 +10,7 @@ ej_install_deps
 
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DEJ_BUILD_TESTS=OFF >/dev/null
-cmake --build build -j"$jobs" --target cmc-demo >/dev/null
-./build/tools/cmc-demo
+cmake --build build -j"$jobs" --target cmc-inspect cmc-pack >/dev/null
+pictures=build/sample-pictures
+./build/tools/cmc-inspect samples/module.kelb --nvm samples/module.nvm --png "$pictures"
+echo "Heatmaps of the sample's grids: $(pwd)/$pictures"

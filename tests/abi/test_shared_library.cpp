@@ -110,7 +110,7 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "deinit_computed_upscale_lsc_tables",
         "image_bicubic_upscale_uint16_to_float",
         "image_bicubic_upscale_uint8_to_float",
-        // Linear algebra and the polynomial lens-shading tables.
+        // Linear algebra, the polynomial lens-shading tables and the ratio correction.
         "compute_upscaled_lsc_tables_polynom4th",
         "lsc_polynomial_upscale_float",
         "lu_decomposition",
@@ -120,6 +120,7 @@ TEST(SharedLibrary, ExportsExactlyThePublicFunctions)
         "mul_mm_lsc",
         "mul_mv",
         "mul_mv_lsc",
+        "ratio_based_sample_to_sample_correction",
         "transpose_m",
         // release routines of the decoded records
         "cmc_cbd_deinit",

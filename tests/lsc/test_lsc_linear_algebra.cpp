@@ -290,3 +290,25 @@ TEST(LscPolynomialFit, FailureStatuses)
         EXPECT_EQ(2u, lu_decomposition_lsc(design.data(), design_t.data(), lu.data(), pivot, 5, 6, 15, 1, 1));
     }
 }
+
+TEST(LscPolynomialFit, DesignPowersAreU32ThenFloatProducts)
+{
+    // On a 1700 x 1 grid x^3 leaves float's exact range at x = 257 and wraps
+    // in u32 at x = 1626 (1626^3 mod 2^32 = 3975080); x^4 and x^3*y are the
+    // float products x * x^3 and x^3 * y, not powers formed in u32 or double.
+    const int w = 1700;
+    Matrix design(size_t(w) * 15), design_t(design.size()), lu(225);
+    uint32_t pivot[15];
+    ASSERT_EQ(0u, lu_decomposition(design.data(), design_t.data(), lu.data(), pivot, w, 1, 15));
+    for (uint32_t x : {257u, 259u, 1000u, 1626u, 1700u}) {
+        const float *row = design.data() + size_t(x - 1) * 15;
+        const uint32_t x3 = x * x * x;
+        EXPECT_EQ(float(x3), row[6]) << x;
+        EXPECT_EQ(float(x) * float(x3), row[10]) << x;
+        EXPECT_EQ(float(x3) * 1.0f, row[11]) << x;
+        EXPECT_EQ(float(x * x), row[3]) << x;
+    }
+    EXPECT_EQ(3975080.0f, design[size_t(1625) * 15 + 6]);
+    // 259 * float(259^3) rounds to 4499860992; float(259^4) would be 4499860480.
+    EXPECT_EQ(4499860992.0f, design[size_t(258) * 15 + 10]);
+}

@@ -151,6 +151,12 @@ TEST(LscPolynomialUpscale, FailuresReturnTwo)
     EXPECT_EQ(0u, lsc_polynomial_upscale_float(fit.design_t.data(), fit.lu.data(), nullptr, s, d, 5, 5, 1, 5, 15,
                                                0, 0, 0));
     EXPECT_EQ(Plane(25, 7.0f), dst[0]);
+    // Nothing evaluated: the destination array is never read, so it may be
+    // missing altogether.
+    EXPECT_EQ(0u, lsc_polynomial_upscale_float(fit.design_t.data(), fit.lu.data(), nullptr, s, nullptr, 5, 5, 5,
+                                               1, 15, 0, 0, 0));
+    EXPECT_EQ(2u, lsc_polynomial_upscale_float(fit.design_t.data(), fit.lu.data(), nullptr, s, nullptr, 5, 5, 5,
+                                               5, 15, 0, 0, 0));
 }
 
 TEST(LscPolynomialTables, ConvertsSamplesWithTheirFractionalBits)

@@ -357,6 +357,10 @@ TEST(NvmMapRecord, AllocationFailuresKeepWhatWasFilled)
             EXPECT_EQ(t->items != nullptr, k > 2) << k;
             EXPECT_EQ(t->map != nullptr, k > 3) << k;
             EXPECT_EQ(t->aux != nullptr, k > 4) << k;
+            // The calibration's size reaches head only once map exists.
+            const bool resized = handle != nullptr && k > 3;
+            EXPECT_EQ(head_u16(t, CMC_NVM_MAP_HEAD_TABLE_WIDTH), resized ? 7u : 3u) << k;
+            EXPECT_EQ(head_u16(t, CMC_NVM_MAP_HEAD_TABLE_HEIGHT), resized ? 5u : 3u) << k;
         }
     }
 }

@@ -1,0 +1,40 @@
+# pack -> inspect --json gives the same report as the committed sample: the
+# descriptions, packed afresh under the sample's file names, read back as the
+# golden report says.
+cmake_policy(VERSION 3.25)
+file(MAKE_DIRECTORY ${WORK})
+execute_process(COMMAND ${PACK} ${SAMPLES}/module.json -o ${WORK}/module.kelb RESULT_VARIABLE rc1)
+execute_process(COMMAND ${PACK} --nvm ${SAMPLES}/module_nvm.json -o ${WORK}/module.nvm RESULT_VARIABLE rc2)
+if(NOT rc1 EQUAL 0 OR NOT rc2 EQUAL 0)
+  message(FATAL_ERROR "cmc-pack failed (${rc1}, ${rc2})")
+endif()
+execute_process(COMMAND ${INSPECT} ${WORK}/module.kelb --nvm ${WORK}/module.nvm --json
+                OUTPUT_FILE ${WORK}/module.json RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "cmc-inspect exited with ${rc}")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${WORK}/module.json ${GOLDEN}
+                RESULT_VARIABLE differs)
+if(differs)
+  execute_process(COMMAND diff -u ${GOLDEN} ${WORK}/module.json)
+  message(FATAL_ERROR "the round trip changed the report")
+endif()
+
+# The records come back in the description's order with its ids and versions.
+file(READ ${SAMPLES}/module.json description)
+file(READ ${WORK}/module.json report)
+string(JSON described LENGTH "${description}" records)
+string(JSON walked LENGTH "${report}" container records)
+if(NOT described EQUAL walked)
+  message(FATAL_ERROR "${described} records described, ${walked} in the container")
+endif()
+math(EXPR last "${described} - 1")
+foreach(i RANGE ${last})
+  foreach(key id version)
+    string(JSON want GET "${description}" records ${i} ${key})
+    string(JSON got GET "${report}" container records ${i} ${key})
+    if(NOT want EQUAL got)
+      message(FATAL_ERROR "record ${i}: ${key} ${want} described, ${got} read back")
+    endif()
+  endforeach()
+endforeach()
