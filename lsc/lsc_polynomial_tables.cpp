@@ -8,6 +8,8 @@
 
 #include "allocation.h"
 #include "ej_cmc_lsc.h"
+#include "isa_dispatch.h"
+#include "lsc_x86_64_v3.h"
 #include "ej_nvm.h"
 
 namespace {
@@ -101,6 +103,10 @@ bool convert_table(const nvm_lsc_table &table, float *const *working, size_t w, 
 // minimum it is refused (false), leaving the plane as it was.
 bool normalise(float *plane, size_t count)
 {
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (cmc_isa_selected() == cmc_isa::x86_64_v3 && count != 0)
+        return lsc_normalise_x86_64_v3(plane, count);
+#endif
     float min = plane[0];
     for (size_t i = 0; i < count; ++i) {
         if (std::isnan(plane[i]))

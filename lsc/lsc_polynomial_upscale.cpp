@@ -8,6 +8,8 @@
 
 #include "allocation.h"
 #include "ej_cmc_lsc.h"
+#include "isa_dispatch.h"
+#include "lsc_x86_64_v3.h"
 
 namespace {
 
@@ -70,6 +72,12 @@ float evaluate(const float *c, float x, float y)
 void evaluate_plane(const float *c, float *dst, uint16_t src_width, uint16_t src_height,
                     uint16_t dst_width, uint16_t dst_height)
 {
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+        lsc_evaluate_plane_x86_64_v3(c, dst, src_width, src_height, dst_width, dst_height);
+        return;
+    }
+#endif
     const float sx = (static_cast<float>(src_width) - 1.0f) / (static_cast<float>(dst_width) - 1.0f);
     const float sy =
         (static_cast<float>(src_height) - 1.0f) / (static_cast<float>(dst_height) - 1.0f);

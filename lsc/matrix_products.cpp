@@ -5,6 +5,8 @@
 #include <cmath>
 
 #include "ej_cmc_lsc.h"
+#include "isa_dispatch.h"
+#include "lsc_x86_64_v3.h"
 #include "matrix_view.h"
 
 using ej_lsc::element;
@@ -27,6 +29,29 @@ bool interior_fits(const GridInterior &in, int32_t inner)
 {
     return in.empty() || in.last_sample() < inner;
 }
+
+// Whether the x86-64-v3 loops take a product whose lanes step by `stride`.
+bool vector_loops(int32_t stride)
+{
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    return cmc_isa_selected() == cmc_isa::x86_64_v3 && lsc_lane_stride_fits(stride);
+#else
+    (void)stride;
+    return false;
+#endif
+}
+
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+lsc_dot_span full_span(int32_t count)
+{
+    return {false, count, 0, 0, 0, 0, 0};
+}
+
+lsc_dot_span interior_span(const GridInterior &in)
+{
+    return {true, 0, in.width, in.first_row, in.first_col, in.iw, in.ih};
+}
+#endif
 
 } // namespace
 
@@ -56,6 +81,14 @@ uint32_t mul_mm(const float *a, int32_t a_row_stride, int32_t a_col_stride, int3
         return 0;
     if (!usable(a, b, dst, a_width > 0))
         return 32;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (vector_loops(b_col_stride)) {
+        lsc_mul_mm_x86_64_v3(a, a_row_stride, a_col_stride, a_height, b, b_row_stride,
+                             b_col_stride, b_width, dst, dst_row_stride, dst_col_stride,
+                             full_span(a_width));
+        return 0;
+    }
+#endif
     for (ptrdiff_t i = 0; i < a_height; ++i) {
         for (ptrdiff_t j = 0; j < b_width; ++j) {
             float acc = 0.0f;
@@ -81,6 +114,14 @@ uint32_t mul_mm_lsc(const float *a, int32_t a_row_stride, int32_t a_col_stride, 
     const GridInterior in(height, width, margin_y, margin_x);
     if (!usable(a, b, dst, !in.empty()) || !interior_fits(in, a_width))
         return 32;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (vector_loops(b_col_stride)) {
+        lsc_mul_mm_x86_64_v3(a, a_row_stride, a_col_stride, a_height, b, b_row_stride,
+                             b_col_stride, b_width, dst, dst_row_stride, dst_col_stride,
+                             interior_span(in));
+        return 0;
+    }
+#endif
     for (ptrdiff_t i = 0; i < a_height; ++i) {
         for (ptrdiff_t j = 0; j < b_width; ++j) {
             float acc = 0.0f;
@@ -109,6 +150,13 @@ uint32_t mul_mv(const float *a, int32_t a_row_stride, int32_t a_col_stride, int3
         return 0;
     if (!usable(a, x, y, a_width > 0))
         return 32;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (vector_loops(a_row_stride)) {
+        lsc_mul_mv_x86_64_v3(a, a_row_stride, a_col_stride, a_height, x, x_stride, y, y_stride,
+                             full_span(a_width));
+        return 0;
+    }
+#endif
     for (ptrdiff_t i = 0; i < a_height; ++i) {
         float acc = 0.0f;
         for (ptrdiff_t k = 0; k < a_width; ++k)
@@ -131,6 +179,13 @@ uint32_t mul_mv_lsc(const float *a, int32_t a_row_stride, int32_t a_col_stride, 
     const GridInterior in(height, width, margin_y, margin_x);
     if (!usable(a, x, y, !in.empty()) || !interior_fits(in, a_width))
         return 32;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (vector_loops(a_row_stride)) {
+        lsc_mul_mv_x86_64_v3(a, a_row_stride, a_col_stride, a_height, x, x_stride, y, y_stride,
+                             interior_span(in));
+        return 0;
+    }
+#endif
     for (ptrdiff_t i = 0; i < a_height; ++i) {
         float acc = 0.0f;
         for (int64_t r = 0; !in.empty() && r < in.ih; ++r) {

@@ -71,8 +71,11 @@ template <typename Structure> void release(Structure *s)
     if (s->sets != nullptr) {
         for (uint32_t k = 0; k < s->num_sets; ++k) {
             for (uint16_t *&grid : s->sets[k].grids) {
-                std::free(grid);
-                grid = nullptr;
+                // Most positions of a pattern have no grid: skip the call.
+                if (grid != nullptr) {
+                    std::free(grid);
+                    grid = nullptr;
+                }
             }
         }
         std::free(s->sets);
@@ -81,10 +84,18 @@ template <typename Structure> void release(Structure *s)
     std::free(s);
 }
 
-/* A private copy of one grid, or null when the allocation fails. */
+/*
+ * A private copy of one grid, or null when the allocation fails. The copy
+ * overwrites every byte, so the block is not zero-filled first; an empty grid
+ * still gets a distinct one-sample block, so that null always means a failed
+ * allocation.
+ */
 inline uint16_t *copy_grid(const uint8_t *src, uint64_t bytes)
 {
-    uint16_t *grid = alloc_array<uint16_t>(bytes / 2);
+    if (bytes > SIZE_MAX)
+        return nullptr;
+    uint16_t *grid =
+        static_cast<uint16_t *>(cmc_malloc(bytes != 0 ? size_t(bytes) : sizeof(uint16_t)));
     if (grid != nullptr)
         memcpy_s(grid, size_t(bytes), src, size_t(bytes));
     return grid;

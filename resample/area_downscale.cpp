@@ -18,6 +18,8 @@
 #include <cstdint>
 
 #include "ej_cmc_resample.h"
+#include "isa_dispatch.h"
+#include "resample_x86_64_v3.h"
 
 namespace {
 
@@ -175,6 +177,14 @@ void downscale_plane(const T *src, uint16_t *dst, const downscale_geometry &geo,
     }
 }
 
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+area_geometry vector_geometry(const downscale_geometry &geo)
+{
+    return {geo.region_offset, geo.src_width,    geo.dst_width, geo.dst_height,
+            geo.region_width,  geo.region_height, geo.ratio_x,  geo.ratio_y};
+}
+#endif
+
 } // namespace
 
 uint32_t image_downscale_32f_to_u16p10(const float *const *src_planes,
@@ -190,6 +200,13 @@ uint32_t image_downscale_32f_to_u16p10(const float *const *src_planes,
         return status;
 
     const float inv_area = geo.inv_area;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+        for (uint32_t p = 0; p < num_planes; ++p)
+            area_downscale_x86_64_v3(src_planes[p], dst_planes[p], vector_geometry(geo), inv_area);
+        return 0;
+    }
+#endif
     // 2^-11 is half a unit of the 10-bit output: non-negative means round to
     // nearest, halves up.
     const auto finish = [inv_area](float sum) {
@@ -217,6 +234,14 @@ uint32_t image_downscale_u16_to_u16(const uint16_t *const *src_planes,
     const float in_scale = 1.0f / float(uint32_t(1) << (uint32_t(in_frac_bits) & 31u));
     const float out_scale = float(uint32_t(1) << (uint32_t(out_frac_bits) & 31u));
     const float inv_area = geo.inv_area;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+        for (uint32_t p = 0; p < num_planes; ++p)
+            area_downscale_x86_64_v3(src_planes[p], dst_planes[p], vector_geometry(geo), inv_area,
+                                     in_scale, out_scale);
+        return 0;
+    }
+#endif
     const auto finish = [inv_area, in_scale, out_scale](float sum) {
         return low16_of_trunc(std::fma(inv_area * sum, in_scale, 0.00048828125f) * out_scale);
     };

@@ -12,9 +12,10 @@
 #ifndef EJ_BICUBIC_INTERNAL_H
 #define EJ_BICUBIC_INTERNAL_H
 
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
+
+#include "bicubic_math.h"
 
 /* Largest source extent: the padded extent W + 3 must stay a 16-bit value. */
 constexpr uint32_t kBicubicMaxSourceExtent = 65532;
@@ -52,23 +53,6 @@ void create_buffer_for_bicubic_float(const float *src, float *buffer, uint16_t w
 void bicubic_cell_coefficients(const float *p, size_t stride, float *a);
 
 /*
- * Catmull-Rom cubic through p0..p3 at t in [0, 1], with half_t = t * 0.5:
- *   p1 + half_t * ((p2 - p0) + t * ((2 p0 - 5 p1 + 4 p2 - p3)
- *                                   + t * (3 (p1 - p2) + p3 - p0)))
- * The two inner polynomial terms are plain single-precision sums taken left to
- * right; the nesting is evaluated from the inside out with fused
- * multiply-adds.
- */
-inline float bicubic_catmull_rom(float p0, float p1, float p2, float p3, float t, float half_t)
-{
-    const float quadratic = 2.0f * p0 - 5.0f * p1 + 4.0f * p2 - p3;
-    const float cubic = 3.0f * (p1 - p2) + p3 - p0;
-    const float inner = std::fma(t, cubic, quadratic);
-    const float outer = std::fma(t, inner, p2 - p0);
-    return std::fma(half_t, outer, p1);
-}
-
-/*
  * Interpolates the 4 x 4 neighbourhood p (row-major, p[5] the sample at the
  * cell's origin) at fractions fy, fx: a Catmull-Rom cubic along each of the
  * four rows at fx, then one down the results at fy. Returns the value times
@@ -79,15 +63,29 @@ inline int32_t bicubicInterpolate_32f_to_u16p10(const float *p, float fy, float 
 {
     const float half_x = fx * 0.5f;
     const float half_y = fy * 0.5f;
-    const float q0 = bicubic_catmull_rom(p[0], p[1], p[2], p[3], fx, half_x);
-    const float q1 = bicubic_catmull_rom(p[4], p[5], p[6], p[7], fx, half_x);
-    const float q2 = bicubic_catmull_rom(p[8], p[9], p[10], p[11], fx, half_x);
-    const float q3 = bicubic_catmull_rom(p[12], p[13], p[14], p[15], fx, half_x);
-    const float scaled = bicubic_catmull_rom(q0, q1, q2, q3, fy, half_y) * 1024.0f;
+    const float q0 = catmull_rom(p[0], p[1], p[2], p[3], fx, half_x);
+    const float q1 = catmull_rom(p[4], p[5], p[6], p[7], fx, half_x);
+    const float q2 = catmull_rom(p[8], p[9], p[10], p[11], fx, half_x);
+    const float q3 = catmull_rom(p[12], p[13], p[14], p[15], fx, half_x);
+    const float scaled = catmull_rom(q0, q1, q2, q3, fy, half_y) * 1024.0f;
     // Both bounds are exact floats; NaN fails both comparisons.
     if (scaled >= -2147483648.0f && scaled < 2147483648.0f)
         return static_cast<int32_t>(scaled);
     return INT32_MIN;
 }
+
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+/*
+ * x86-64-v3 variants of the two sample loops (bicubic_x86_64_v3.cpp); same
+ * arguments and the same bits as the portable loops they replace. The callers
+ * choose between them with cmc_isa_selected().
+ */
+void bicubic_cell_walk_x86_64_v3(const float *buffer, float *dst, uint32_t src_width,
+                                 uint32_t src_height, uint32_t dst_width, uint32_t dst_height,
+                                 float scale_x, float scale_y);
+void bicubic_resample_u16p10_x86_64_v3(const float *buffer, uint16_t src_height,
+                                       uint16_t src_width, uint16_t *dst, uint16_t dst_height,
+                                       uint16_t dst_width);
+#endif
 
 #endif /* EJ_BICUBIC_INTERNAL_H */

@@ -1,11 +1,13 @@
 // Bicubic resize of one plane, larger or smaller, to unsigned 16-bit fixed
 // point with 10 fractional bits: every output sample is mapped on its own to
 // source coordinates (corner-aligned) and interpolated there.
+#include <cmath>
 #include <cstdlib>
 
 #include "allocation.h"
 #include "bicubic_internal.h"
 #include "ej_cmc_resample.h"
+#include "isa_dispatch.h"
 
 namespace {
 
@@ -85,6 +87,14 @@ uint32_t resize(const Sample *src, uint16_t src_height, uint16_t src_width, uint
     if (buffer == nullptr)
         return kStatusNoMemory;
     build_buffer(buffer);
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+        bicubic_resample_u16p10_x86_64_v3(buffer, src_height, src_width, dst, dst_height,
+                                          dst_width);
+        std::free(buffer);
+        return kStatusOk;
+    }
+#endif
     resample(buffer, src_height, src_width, dst, dst_height, dst_width);
     std::free(buffer);
     return kStatusOk;

@@ -6,48 +6,15 @@
 #include "allocation.h"
 #include "bicubic_internal.h"
 #include "ej_cmc_resample.h"
+#include "isa_dispatch.h"
 
-// Each coefficient is a plain single-precision sum taken left to right exactly
-// as written (no fusing), so that the bits follow the definition.
 void bicubic_cell_coefficients(const float *p, size_t stride, float *a)
 {
-    const float *r0 = p;
-    const float *r1 = p + stride;
-    const float *r2 = p + 2 * stride;
-    const float *r3 = p + 3 * stride;
-    const float P00 = r0[0], P01 = r0[1], P02 = r0[2], P03 = r0[3];
-    const float P10 = r1[0], P11 = r1[1], P12 = r1[2], P13 = r1[3];
-    const float P20 = r2[0], P21 = r2[1], P22 = r2[2], P23 = r2[3];
-    const float P30 = r3[0], P31 = r3[1], P32 = r3[2], P33 = r3[3];
-
-    a[0] = P11;
-    a[1] = -0.5f * P10 + 0.5f * P12;
-    a[2] = P10 - 2.5f * P11 + 2.0f * P12 - 0.5f * P13;
-    a[3] = -0.5f * P10 + 1.5f * P11 - 1.5f * P12 + 0.5f * P13;
-    a[4] = -0.5f * P01 + 0.5f * P21;
-    a[5] = 0.25f * P00 - 0.25f * P02 - 0.25f * P20 + 0.25f * P22;
-    a[6] = -0.5f * P00 + 1.25f * P01 - P02 + 0.25f * P03 + 0.5f * P20 - 1.25f * P21 + P22 -
-           0.25f * P23;
-    a[7] = 0.25f * P00 - 0.75f * P01 + 0.75f * P02 - 0.25f * P03 - 0.25f * P20 + 0.75f * P21 -
-           0.75f * P22 + 0.25f * P23;
-    a[8] = P01 - 2.5f * P11 + 2.0f * P21 - 0.5f * P31;
-    a[9] = -0.5f * P00 + 0.5f * P02 + 1.25f * P10 - 1.25f * P12 - P20 + P22 + 0.25f * P30 -
-           0.25f * P32;
-    a[10] = P00 - 2.5f * P01 + 2.0f * P02 - 0.5f * P03 - 2.5f * P10 + 6.25f * P11 - 5.0f * P12 +
-            1.25f * P13 + 2.0f * P20 - 5.0f * P21 + 4.0f * P22 - P23 - 0.5f * P30 + 1.25f * P31 -
-            P32 + 0.25f * P33;
-    a[11] = -0.5f * P00 + 1.5f * P01 - 1.5f * P02 + 0.5f * P03 + 1.25f * P10 - 3.75f * P11 +
-            3.75f * P12 - 1.25f * P13 - P20 + 3.0f * P21 - 3.0f * P22 + P23 + 0.25f * P30 -
-            0.75f * P31 + 0.75f * P32 - 0.25f * P33;
-    a[12] = -0.5f * P01 + 1.5f * P11 - 1.5f * P21 + 0.5f * P31;
-    a[13] = 0.25f * P00 - 0.25f * P02 - 0.75f * P10 + 0.75f * P12 + 0.75f * P20 - 0.75f * P22 -
-            0.25f * P30 + 0.25f * P32;
-    a[14] = -0.5f * P00 + 1.25f * P01 - P02 + 0.25f * P03 + 1.5f * P10 - 3.75f * P11 +
-            3.0f * P12 - 0.75f * P13 - 1.5f * P20 + 3.75f * P21 - 3.0f * P22 + 0.75f * P23 +
-            0.5f * P30 - 1.25f * P31 + P32 - 0.25f * P33;
-    a[15] = 0.25f * P00 - 0.75f * P01 + 0.75f * P02 - 0.25f * P03 - 0.75f * P10 + 2.25f * P11 -
-            2.25f * P12 + 0.75f * P13 + 0.75f * P20 - 2.25f * P21 + 2.25f * P22 - 0.75f * P23 -
-            0.25f * P30 + 0.75f * P31 - 0.75f * P32 + 0.25f * P33;
+    float P[16];
+    for (size_t r = 0; r < 4; ++r)
+        for (size_t c = 0; c < 4; ++c)
+            P[4 * r + c] = p[r * stride + c];
+    patch_coefficients(P, a);
 }
 
 namespace {
@@ -62,15 +29,8 @@ inline float evaluate(const float *a, float fx, float fx2, float fx3, float fy, 
                       float fy3)
 {
     float q[4];
-    for (int m = 0; m < 4; ++m) {
-        const float *am = a + 4 * m;
-        float s = std::fma(am[1], fx, am[0]);
-        s = std::fma(am[2], fx2, s);
-        q[m] = std::fma(am[3], fx3, s);
-    }
-    float v = std::fma(q[1], fy, q[0]);
-    v = std::fma(q[2], fy2, v);
-    return std::fma(q[3], fy3, v);
+    patch_along_x(a, fx, fx2, fx3, q);
+    return patch_along_y(q, fy, fy2, fy3);
 }
 
 // The lower bound is -255, not 0; NaN goes to the lower bound.
@@ -192,6 +152,13 @@ uint32_t upscale(const Sample *const *src_planes, float *const *dst_planes, uint
     const float scale_y = axis_scale(src_height, dst_height);
     for (uint32_t p = 0; p < num_planes; ++p) {
         build_plane(src_planes[p], buffer);
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+        if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+            bicubic_cell_walk_x86_64_v3(buffer, dst_planes[p], src_width, src_height, dst_width,
+                                        dst_height, scale_x, scale_y);
+            continue;
+        }
+#endif
         cell_walk(buffer, dst_planes[p], src_width, src_height, dst_width, dst_height, scale_x,
                   scale_y, coefficients);
     }

@@ -60,6 +60,48 @@ inline uint32_t exact_index(uint32_t k, float ratio, uint32_t last)
     return i < last ? i : last;
 }
 
+// Output columns per strip: the source column of every output column of the
+// strip is computed once per call and kept in a bounded stack table (the
+// kernels allocate nothing), instead of once per output sample.
+constexpr uint32_t kStripColumns = 1024;
+
+// The common walk of the picking kernels: output row oy reads source row
+// row_of(oy) (an element offset), output column ox of the strip reads
+// element column_of(ox) of that row; copy(out, in) moves one pixel. An output
+// row that reads the same source row as the previous one equals it, so it is
+// copied from there.
+template <typename T, typename RowOf, typename ColumnOf, typename Copy>
+void pick(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, size_t pixel,
+          RowOf row_of, ColumnOf column_of, Copy copy)
+{
+    size_t table[kStripColumns];
+    const size_t dst_row = size_t(dst_width) * pixel;
+    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
+        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
+        for (uint32_t k = 0; k < n; ++k)
+            table[k] = column_of(x0 + k);
+        size_t previous = SIZE_MAX;
+        for (uint32_t oy = 0; oy < dst_height; ++oy) {
+            const size_t row = row_of(oy);
+            T *out = dst + size_t(oy) * dst_row + size_t(x0) * pixel;
+            if (row == previous) {
+                std::memcpy(out, out - dst_row, size_t(n) * pixel * sizeof(T));
+                continue;
+            }
+            previous = row;
+            const T *line = src + row;
+            for (uint32_t k = 0; k < n; ++k, out += pixel)
+                copy(out, line + table[k]);
+        }
+    }
+}
+
+template <typename T>
+inline void copy_one(T *out, const T *in)
+{
+    *out = *in;
+}
+
 } // namespace
 
 uint32_t image_nearest_neighbor_scale_interleaved_int32(const int32_t *src, uint32_t src_width,
@@ -77,22 +119,37 @@ uint32_t image_nearest_neighbor_scale_interleaved_int32(const int32_t *src, uint
 
     const uint32_t step_x = (src_width << 16) / dst_width + 1;
     const uint32_t step_y = (src_height << 16) / dst_height + 1;
-    const size_t pixel_bytes = size_t(channels) * sizeof(int32_t);
-    const size_t src_row = size_t(src_width) * channels;
-    const size_t dst_row = size_t(dst_width) * channels;
-
-    uint64_t acc_y = 0;
-    for (uint32_t oy = 0; oy < dst_height; ++oy, acc_y += step_y) {
-        const int32_t *src_line = src + step_index(acc_y, src_height - 1) * src_row;
-        int32_t *out = dst + size_t(oy) * dst_row;
-        uint64_t acc_x = 0;
-        if (channels == 1) {
-            for (uint32_t ox = 0; ox < dst_width; ++ox, acc_x += step_x)
-                out[ox] = src_line[step_index(acc_x, src_width - 1)];
-            continue;
-        }
-        for (uint32_t ox = 0; ox < dst_width; ++ox, acc_x += step_x, out += channels)
-            std::memcpy(out, src_line + step_index(acc_x, src_width - 1) * channels, pixel_bytes);
+    const size_t pixel = channels;
+    const size_t src_row = size_t(src_width) * pixel;
+    const auto row_of = [=](uint32_t oy) {
+        return size_t(step_index(uint64_t(oy) * step_y, src_height - 1)) * src_row;
+    };
+    const auto column_of = [=](uint32_t ox) {
+        return size_t(step_index(uint64_t(ox) * step_x, src_width - 1)) * pixel;
+    };
+    // The run of channels of a pixel is one block; common small runs are
+    // copied without a call.
+    switch (channels) {
+    case 1:
+        pick(src, dst, dst_width, dst_height, 1, row_of, column_of, copy_one<int32_t>);
+        break;
+    case 3:
+        pick(src, dst, dst_width, dst_height, 3, row_of, column_of,
+             [](int32_t *out, const int32_t *in) {
+                 out[0] = in[0];
+                 out[1] = in[1];
+                 out[2] = in[2];
+             });
+        break;
+    case 4:
+        pick(src, dst, dst_width, dst_height, 4, row_of, column_of,
+             [](int32_t *out, const int32_t *in) { std::memcpy(out, in, 4 * sizeof(int32_t)); });
+        break;
+    default:
+        pick(src, dst, dst_width, dst_height, pixel, row_of, column_of,
+             [pixel](int32_t *out, const int32_t *in) {
+                 std::memcpy(out, in, pixel * sizeof(int32_t));
+             });
     }
     return 0;
 }
@@ -109,15 +166,15 @@ uint32_t image_nearest_neighbor_scale_uint32(const uint32_t *src, int32_t src_wi
     const int32_t step_x = int32_t(uint32_t(src_width) << 16) / dst_width + 1;
     const int32_t step_y = int32_t(uint32_t(src_height) << 16) / dst_height + 1;
 
-    uint64_t acc_y = 0;
-    for (int32_t oy = 0; oy < dst_height; ++oy, acc_y += uint64_t(step_y)) {
-        const uint32_t *src_line =
-            src + step_index(acc_y, uint64_t(src_height) - 1) * size_t(src_width);
-        uint32_t *out = dst + size_t(oy) * size_t(dst_width);
-        uint64_t acc_x = 0;
-        for (int32_t ox = 0; ox < dst_width; ++ox, acc_x += uint64_t(step_x))
-            out[ox] = src_line[step_index(acc_x, uint64_t(src_width) - 1)];
-    }
+    const size_t stride = size_t(src_width);
+    pick(src, dst, uint32_t(dst_width), uint32_t(dst_height), 1,
+         [=](uint32_t oy) {
+             return size_t(step_index(uint64_t(oy) * uint64_t(step_y), uint64_t(src_height) - 1)) * stride;
+         },
+         [=](uint32_t ox) {
+             return size_t(step_index(uint64_t(ox) * uint64_t(step_x), uint64_t(src_width) - 1));
+         },
+         copy_one<uint32_t>);
     return 0;
 }
 
@@ -133,13 +190,11 @@ uint32_t image_upscale_nearest_neighbor_uint16(const uint16_t *src, uint16_t *ds
 
     // Output positions are counted in 32 bits, so a destination extent of
     // 65535 is handled like any other.
-    for (uint32_t ky = 1; ky <= dst_height; ++ky) {
-        const uint16_t *src_line =
-            src + size_t(tolerant_index(ky, ratio_y, src_height - 1u)) * src_width;
-        uint16_t *out = dst + size_t(ky - 1) * dst_width;
-        for (uint32_t kx = 1; kx <= dst_width; ++kx)
-            out[kx - 1] = src_line[tolerant_index(kx, ratio_x, src_width - 1u)];
-    }
+    const size_t stride = src_width;
+    pick(src, dst, dst_width, dst_height, 1,
+         [=](uint32_t oy) { return size_t(tolerant_index(oy + 1, ratio_y, src_height - 1u)) * stride; },
+         [=](uint32_t ox) { return size_t(tolerant_index(ox + 1, ratio_x, src_width - 1u)); },
+         copy_one<uint16_t>);
     return 0;
 }
 
@@ -180,23 +235,37 @@ uint32_t image_downscale_nearest_neighbor_int32(const int32_t *src, int32_t *dst
     // output, which the camera stack's callers are tuned to; starting the
     // first block at index 0 instead would change the first output row and
     // column of every call.
-    uint32_t prev_y = 0;
-    for (uint32_t ky = 1; ky <= dst_height; ++ky) {
-        const uint32_t iy = exact_index(ky, ratio_y, src_height - 1u);
-        int32_t *out = dst + size_t(ky - 1) * dst_width;
-        if (use_max == 0) {
-            const int32_t *src_line = src + size_t(iy) * stride;
-            for (uint32_t kx = 1; kx <= dst_width; ++kx)
-                out[kx - 1] = src_line[exact_index(kx, ratio_x, src_width - 1u)];
-            continue;
+    if (use_max == 0) {
+        pick(src, dst, dst_width, dst_height, 1,
+             [=](uint32_t oy) { return size_t(exact_index(oy + 1, ratio_y, src_height - 1u)) * stride; },
+             [=](uint32_t ox) { return size_t(exact_index(ox + 1, ratio_x, src_width - 1u)); },
+             copy_one<int32_t>);
+        return 0;
+    }
+    // The column of every output of a strip is tabled once (bounded stack
+    // table); so is the previous output's column, which starts the block.
+    uint32_t columns[kStripColumns];
+    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
+        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
+        for (uint32_t k = 0; k < n; ++k)
+            columns[k] = exact_index(x0 + k + 1, ratio_x, src_width - 1u);
+        const uint32_t strip_prev_x = x0 == 0 ? 0 : exact_index(x0, ratio_x, src_width - 1u);
+        uint32_t prev_y = 0;
+        for (uint32_t ky = 1; ky <= dst_height; ++ky) {
+            const uint32_t iy = exact_index(ky, ratio_y, src_height - 1u);
+            int32_t *out = dst + size_t(ky - 1) * dst_width + x0;
+            if (iy <= prev_y) {
+                for (uint32_t k = 0; k < n; ++k)
+                    out[k] = 0;
+                continue;
+            }
+            uint32_t prev_x = strip_prev_x;
+            for (uint32_t k = 0; k < n; ++k) {
+                out[k] = block_max(src, stride, prev_y + 1, iy + 1, prev_x + 1, columns[k] + 1);
+                prev_x = columns[k];
+            }
+            prev_y = iy;
         }
-        uint32_t prev_x = 0;
-        for (uint32_t kx = 1; kx <= dst_width; ++kx) {
-            const uint32_t ix = exact_index(kx, ratio_x, src_width - 1u);
-            out[kx - 1] = iy <= prev_y ? 0 : block_max(src, stride, prev_y + 1, iy + 1, prev_x + 1, ix + 1);
-            prev_x = ix;
-        }
-        prev_y = iy;
     }
     return 0;
 }

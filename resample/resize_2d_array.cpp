@@ -18,6 +18,8 @@
 #include <cstdint>
 
 #include "ej_cmc_resample.h"
+#include "isa_dispatch.h"
+#include "resample_x86_64_v3.h"
 
 namespace {
 
@@ -78,13 +80,85 @@ struct axis_walk {
     uint32_t step;
 };
 
+// The x86-64-v3 walk exists for the 8- and 16-bit members.
+template <typename T>
+inline bool vector_walk(const T *, size_t, size_t, axis_walk, axis_walk, T *, uint32_t, uint32_t,
+                        size_t)
+{
+    return false;
+}
+
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+template <typename T>
+inline bool small_sample_vector_walk(const T *src, size_t src_stride, size_t src_elements,
+                                     axis_walk ax, axis_walk ay,
+                                     T *dst, uint32_t dst_width, uint32_t dst_height,
+                                     size_t dst_step)
+{
+    if (cmc_isa_selected() != cmc_isa::x86_64_v3)
+        return false;
+    bilinear_walk_x86_64_v3(src, src_stride, src_elements, ax.start, ax.step, ay.start, ay.step, dst, dst_width,
+                            dst_height, dst_step);
+    return true;
+}
+
+template <>
+inline bool vector_walk(const uint8_t *src, size_t src_stride, size_t src_elements, axis_walk ax,
+                        axis_walk ay,
+                        uint8_t *dst, uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    return small_sample_vector_walk(src, src_stride, src_elements, ax, ay, dst, dst_width, dst_height, dst_step);
+}
+
+// The 32-bit members are only ever walked densely from position 0. Their
+// vector walk pays where output rows share source rows (vertical
+// enlargements); reductions keep the direct walk.
+template <typename T>
+inline bool wide_vector_walk(const T *src, size_t src_stride, axis_walk ax, axis_walk ay, T *dst,
+                             uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    if (cmc_isa_selected() != cmc_isa::x86_64_v3 || ax.start != 0 || ay.start != 0 ||
+        dst_step != 1 || ay.step >= (1u << 12))
+        return false;
+    bilinear_walk_x86_64_v3(src, src_stride, ax.step, ay.step, dst, dst_width, dst_height);
+    return true;
+}
+
+template <>
+inline bool vector_walk(const int32_t *src, size_t src_stride, size_t, axis_walk ax, axis_walk ay,
+                        int32_t *dst, uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    return wide_vector_walk(src, src_stride, ax, ay, dst, dst_width, dst_height, dst_step);
+}
+
+template <>
+inline bool vector_walk(const uint32_t *src, size_t src_stride, size_t, axis_walk ax,
+                        axis_walk ay, uint32_t *dst, uint32_t dst_width, uint32_t dst_height,
+                        size_t dst_step)
+{
+    return wide_vector_walk(src, src_stride, ax, ay, dst, dst_width, dst_height, dst_step);
+}
+
+template <>
+inline bool vector_walk(const uint16_t *src, size_t src_stride, size_t src_elements, axis_walk ax,
+                        axis_walk ay,
+                        uint16_t *dst, uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    return small_sample_vector_walk(src, src_stride, src_elements, ax, ay, dst, dst_width, dst_height, dst_step);
+}
+#endif
+
 // The bilinear walk. The source rows have stride src_stride; output sample k
 // of the dense order (k = oy * dst_width + ox) goes to dst[k * dst_step].
 // The positions of both axes start at start (absolute source coordinates).
+// The source holds src_elements samples.
 template <typename T>
-void bilinear_walk(const T *src, size_t src_stride, axis_walk ax, axis_walk ay, T *dst,
-                   uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+void bilinear_walk(const T *src, size_t src_stride, size_t src_elements, axis_walk ax,
+                   axis_walk ay, T *dst, uint32_t dst_width, uint32_t dst_height,
+                   size_t dst_step)
 {
+    if (vector_walk(src, src_stride, src_elements, ax, ay, dst, dst_width, dst_height, dst_step))
+        return;
     using traits = fixed_point_traits<T>;
     using sum_t = typename traits::sum_t;
     constexpr unsigned F = traits::F;
@@ -125,7 +199,8 @@ uint32_t resize_fixed_point(const T *src, int32_t src_width, int32_t src_height,
 
     const axis_walk ax = {0, (uint32_t(src_width - 1) << F) / uint32_t(dst_width - 1)};
     const axis_walk ay = {0, (uint32_t(src_height - 1) << F) / uint32_t(dst_height - 1)};
-    bilinear_walk(src, size_t(src_width), ax, ay, dst, uint32_t(dst_width), uint32_t(dst_height),
+    bilinear_walk(src, size_t(src_width), size_t(src_width) * size_t(src_height), ax, ay, dst,
+                  uint32_t(dst_width), uint32_t(dst_height),
                   dst_step);
     return 0;
 }
@@ -213,6 +288,13 @@ uint32_t resize_2d_array_float(const float *src, uint16_t src_width, int32_t src
 
     const float scale_x = (float(src_width) - 1.0f) / (float(dst_width) - 1.0f);
     const float scale_y = (float(src_height) - 1.0f) / (float(dst_height) - 1.0f);
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+        resize_float_x86_64_v3(src, src_width, src_height, dst, dst_width, dst_height, scale_x,
+                               scale_y);
+        return 0;
+    }
+#endif
 
     for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
         const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
@@ -258,6 +340,7 @@ uint32_t crop_resize_2d_array_uint16(const uint16_t *src, uint32_t src_width,
                           (uint32_t(crop_w - 1) << 8) / (dst_width - 1)};
     const axis_walk ay = {uint32_t(top) << 8,
                           (uint32_t(crop_h - 1) << 8) / (dst_height - 1)};
-    bilinear_walk(src, size_t(src_width), ax, ay, dst, dst_width, dst_height, 1);
+    bilinear_walk(src, size_t(src_width), size_t(src_width) * src_height, ax, ay, dst, dst_width,
+                  dst_height, 1);
     return 0;
 }

@@ -33,7 +33,8 @@ public:
     std::vector<T> values() const
     {
         std::vector<T> out(n_);
-        std::memcpy(out.data(), raw_.data() + kGuard * sizeof(T), n_ * sizeof(T));
+        if (n_ != 0) // an empty vector's data() may be null
+            std::memcpy(out.data(), raw_.data() + kGuard * sizeof(T), n_ * sizeof(T));
         return out;
     }
 
@@ -95,7 +96,7 @@ std::vector<T> random_plane(size_t n, uint32_t seed)
 template <typename T>
 bool same_bits(const std::vector<T> &a, const std::vector<T> &b)
 {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
+    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
 }
 
 } // namespace ejtest

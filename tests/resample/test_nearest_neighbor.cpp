@@ -93,7 +93,7 @@ TEST(NearestNeighbor, KernelsMatchTheReferences)
         uint32_t sw, sh, dw, dh;
     } shapes[] = {{3, 3, 3, 3},      {4, 4, 2, 2},      {2, 2, 4, 4},      {7, 5, 3, 11},
                   {5, 3, 21, 2},     {14, 13, 13, 14},  {2, 3, 397, 5},    {16, 9, 7, 4},
-                  {640, 3, 1237, 2}, {3000, 2, 1237, 3}, {1000, 2, 1023, 2}, {4, 5, 28, 35}};
+                  {640, 3, 1237, 2}, {3000, 2, 1237, 3}, {1000, 2, 1023, 2}, {4, 5, 28, 35},  {700, 4, 2500, 9}};
     for (const auto &s : shapes) {
         SCOPED_TRACE(testing::Message() << s.sw << "x" << s.sh << " -> " << s.dw << "x" << s.dh);
         const size_t n = size_t(s.dw) * s.dh;

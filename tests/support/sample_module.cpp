@@ -37,24 +37,30 @@ uint32_t f32_bits(float v)
 // were tuned under. Both pattern records use the 2 x 2 positions of the
 // colour-filter pattern and 17 x 13 grids in 12-bit fixed point (stored 4).
 constexpr uint16_t kIlluminants[kLensShadingSets] = {2856, 4000, 5003, 6504};
+
+// Illuminant of set k: the four above, then further colour temperatures.
+uint16_t illuminant(uint16_t k)
+{
+    return k < kLensShadingSets ? kIlluminants[k] : uint16_t(6504 + 100 * (k - 3));
+}
 const std::vector<int8_t> kBayerMap = {0, 1, -1, -1, 2, 3, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
 
-Bytes lens_shading_grids()
+Bytes lens_shading_grids(uint16_t sets = kLensShadingSets)
 {
     std::vector<Bytes> headers;
-    for (uint16_t k = 0; k < kLensShadingSets; ++k)
-        headers.push_back(header28(kIlluminants[k], 1.0f + 0.25f * k, 4));
-    return make_record(28, 100, pattern_payload(kBayerMap, kLensShadingSets, kLensShadingWidth,
+    for (uint16_t k = 0; k < sets; ++k)
+        headers.push_back(header28(illuminant(k), 1.0f + 0.25f * (k % 4), 4));
+    return make_record(28, 100, pattern_payload(kBayerMap, sets, kLensShadingWidth,
                                                 kLensShadingHeight, headers));
 }
 
 // Set k multiplies NVM table k (stored 0-based).
-Bytes lens_shading_ratio()
+Bytes lens_shading_ratio(uint16_t sets = kLensShadingSets)
 {
     std::vector<Bytes> headers;
-    for (uint16_t k = 0; k < kLensShadingSets; ++k)
-        headers.push_back(header33(kIlluminants[k], k, 0.5f + 0.125f * k, 4));
-    return make_record(33, 100, pattern_payload(kBayerMap, kLensShadingSets, kLensShadingWidth,
+    for (uint16_t k = 0; k < sets; ++k)
+        headers.push_back(header33(illuminant(k), k % 4, 0.5f + 0.125f * (k % 4), 4));
+    return make_record(33, 100, pattern_payload(kBayerMap, sets, kLensShadingWidth,
                                                 kLensShadingHeight, headers));
 }
 
@@ -76,6 +82,11 @@ Bytes rec_31()
 } // namespace
 
 std::vector<Bytes> sample_records()
+{
+    return sample_records_with_sets(kLensShadingSets);
+}
+
+std::vector<Bytes> sample_records_with_sets(uint16_t sets)
 {
     ByteWriter name; // the name at record offset 24, then two pairs
     name.pad_to(16).cstr("sample-module").u16(2).cstr("lens").cstr("L1").cstr("sensor").cstr("S4");
@@ -123,12 +134,12 @@ std::vector<Bytes> sample_records()
             structured("id25_v101"),
             structured("id26_v101"),
             structured("id27_v101"),
-            lens_shading_grids(),
+            lens_shading_grids(sets),
             structured("id10_v101"),
             structured("id29"),
             rec_31(),
             make_record(32, 101, Bytes(8, 32)),
-            lens_shading_ratio(),
+            lens_shading_ratio(sets),
             structured("id35"),
             structured("id36"),
             make_record(37, 100, Bytes(8, 37)),

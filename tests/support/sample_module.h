@@ -26,6 +26,11 @@ constexpr uint16_t kLensShadingHeight = 13;
 // the id-28 grids.
 std::vector<Bytes> sample_records();
 
+// The same records with `sets` lens-shading sets in the id-28 and id-33
+// records (set k >= 4 repeats the settings of set k mod 4 under another
+// illuminant), so that containers of several sizes differ in those sets only.
+std::vector<Bytes> sample_records_with_sets(uint16_t sets);
+
 // The slots sample_records() fills: all but the reserved slots 5, 6 and 24,
 // slot 51 (id 30) and slot 63 (filled by ej_kelb_others_parser_init).
 std::vector<int> sample_filled_slots();

@@ -1,0 +1,343 @@
+// x86-64-v3 loops of the matrix products and of the polynomial evaluation.
+// Eight independent outputs per vector (rows of a matrix-vector product,
+// columns of a row of a matrix-matrix product, samples of an output row);
+// each lane runs the portable sequence of its output unchanged. Strided
+// operands are read with gathers. No inline function with external linkage
+// is called from here (see resample/bicubic_math.h for why).
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "lsc_x86_64_v3.h"
+
+namespace {
+
+inline const float *at(const float *base, ptrdiff_t bytes)
+{
+    return reinterpret_cast<const float *>(reinterpret_cast<const char *>(base) + bytes);
+}
+
+inline float *at(float *base, ptrdiff_t bytes)
+{
+    return reinterpret_cast<float *>(reinterpret_cast<char *>(base) + bytes);
+}
+
+inline __m256i first_lanes(int64_t count)
+{
+    return _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(count < 8 ? count : 8)),
+                              _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+}
+
+// Calls f(s) for every index of the span, in ascending order.
+template <typename F>
+inline void for_each_index(const lsc_dot_span &span, F f)
+{
+    if (!span.interior) {
+        for (int64_t s = 0; s < span.count; ++s)
+            f(s);
+        return;
+    }
+    if (span.iw <= 0 || span.ih <= 0)
+        return;
+    for (int64_t r = 0; r < span.ih; ++r) {
+        const int64_t row_start = (span.first_row + r) * span.width + span.first_col;
+        for (int64_t q = 0; q < span.iw; ++q)
+            f(row_start + q);
+    }
+}
+
+// Stores the first `lanes` values of v at base + k * stride bytes.
+inline void store_lanes(float *base, int32_t stride, __m256 v, int64_t lanes)
+{
+    alignas(32) float values[8];
+    _mm256_store_ps(values, v);
+    for (int64_t k = 0; k < lanes && k < 8; ++k)
+        *at(base, ptrdiff_t(k) * stride) = values[k];
+}
+
+} // namespace
+
+bool lsc_lane_stride_fits(int32_t stride)
+{
+    return int64_t(stride) * 7 <= INT32_MAX && int64_t(stride) * 7 >= INT32_MIN;
+}
+
+// Up to four groups of eight rows (mul_mv) or of eight columns (mul_mm) run
+// through one span together: their sums are independent, so the latencies of
+// their fused multiply-adds overlap. Each sum keeps its own order.
+constexpr int64_t kGroups = 4;
+
+namespace {
+
+// r[0..7] (eight rows of eight floats) become the eight columns.
+inline void transpose8(__m256 *r)
+{
+    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
+    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
+    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
+    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
+    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
+    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
+    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
+    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
+    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
+    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
+    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
+    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
+    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
+    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
+    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
+    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
+}
+
+// mul_mv over the full span of a matrix whose rows are contiguous floats:
+// eight rows by eight columns are loaded and transposed, so that column s
+// of the eight rows is one vector, taken in ascending s as the gathers take it.
+void mul_mv_contiguous_rows(const float *a, int32_t a_row_stride, int32_t a_height,
+                            const float *x, int32_t x_stride, float *y, int32_t y_stride,
+                            int64_t count)
+{
+    for (int64_t first = 0; first < a_height; first += 8) {
+        const int64_t present = a_height - first < 8 ? a_height - first : 8;
+        const float *rows[8];
+        for (int64_t l = 0; l < present; ++l)
+            rows[l] = at(a, ptrdiff_t(first + l) * a_row_stride);
+        __m256 acc = _mm256_setzero_ps();
+        int64_t s = 0;
+        for (; s + 8 <= count; s += 8) {
+            __m256 r[8];
+            for (int64_t l = 0; l < 8; ++l)
+                r[l] = l < present ? _mm256_loadu_ps(rows[l] + s) : _mm256_setzero_ps();
+            transpose8(r);
+            for (int q = 0; q < 8; ++q)
+                acc = _mm256_fmadd_ps(r[q], _mm256_set1_ps(*at(x, ptrdiff_t(s + q) * x_stride)), acc);
+        }
+        for (; s < count; ++s) {
+            alignas(32) float column[8] = {};
+            for (int64_t l = 0; l < present; ++l)
+                column[l] = rows[l][s];
+            acc = _mm256_fmadd_ps(_mm256_load_ps(column),
+                                  _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride)), acc);
+        }
+        store_lanes(at(y, ptrdiff_t(first) * y_stride), y_stride, acc, present);
+    }
+}
+
+} // namespace
+
+void lsc_mul_mv_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
+                          int32_t a_height, const float *x, int32_t x_stride, float *y,
+                          int32_t y_stride, const lsc_dot_span &span)
+{
+    if (a_col_stride == 4 && !span.interior) {
+        mul_mv_contiguous_rows(a, a_row_stride, a_height, x, x_stride, y, y_stride, span.count);
+        return;
+    }
+    const __m256i lane_offset =
+        _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(a_row_stride));
+    for (int64_t first = 0; first < a_height; first += 8 * kGroups) {
+        const int64_t groups = (a_height - first + 7) / 8 < kGroups ? (a_height - first + 7) / 8 : kGroups;
+        __m256 mask[kGroups];
+        const float *rows[kGroups];
+        __m256 acc[kGroups];
+        for (int64_t g = 0; g < groups; ++g) {
+            mask[g] = _mm256_castsi256_ps(first_lanes(a_height - first - 8 * g));
+            rows[g] = at(a, ptrdiff_t(first + 8 * g) * a_row_stride);
+            acc[g] = _mm256_setzero_ps();
+        }
+        for_each_index(span, [&](int64_t s) {
+            const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride));
+            const ptrdiff_t column = ptrdiff_t(s) * a_col_stride;
+            for (int64_t g = 0; g < groups; ++g) {
+                const __m256 as = _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(rows[g], column),
+                                                           lane_offset, mask[g], 1);
+                acc[g] = _mm256_fmadd_ps(as, xs, acc[g]);
+            }
+        });
+        for (int64_t g = 0; g < groups; ++g)
+            store_lanes(at(y, ptrdiff_t(first + 8 * g) * y_stride), y_stride, acc[g],
+                        a_height - first - 8 * g);
+    }
+}
+
+void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
+                          int32_t a_height, const float *b, int32_t b_row_stride,
+                          int32_t b_col_stride, int32_t b_width, float *dst,
+                          int32_t dst_row_stride, int32_t dst_col_stride,
+                          const lsc_dot_span &span)
+{
+    const __m256i lane_offset =
+        _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(b_col_stride));
+    for (int64_t i = 0; i < a_height; ++i) {
+        const float *a_row = at(a, ptrdiff_t(i) * a_row_stride);
+        for (int64_t first = 0; first < b_width; first += 8 * kGroups) {
+            const int64_t groups =
+                (b_width - first + 7) / 8 < kGroups ? (b_width - first + 7) / 8 : kGroups;
+            __m256 mask[kGroups];
+            const float *cols[kGroups];
+            __m256 acc[kGroups];
+            for (int64_t g = 0; g < groups; ++g) {
+                mask[g] = _mm256_castsi256_ps(first_lanes(b_width - first - 8 * g));
+                cols[g] = at(b, ptrdiff_t(first + 8 * g) * b_col_stride);
+                acc[g] = _mm256_setzero_ps();
+            }
+            for_each_index(span, [&](int64_t s) {
+                const __m256 as = _mm256_set1_ps(*at(a_row, ptrdiff_t(s) * a_col_stride));
+                const ptrdiff_t row = ptrdiff_t(s) * b_row_stride;
+                for (int64_t g = 0; g < groups; ++g) {
+                    // Columns one float apart are one (masked) load.
+                    const __m256 bs =
+                        b_col_stride == 4
+                            ? _mm256_maskload_ps(at(cols[g], row), _mm256_castps_si256(mask[g]))
+                            : _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(cols[g], row),
+                                                       lane_offset, mask[g], 1);
+                    acc[g] = _mm256_fmadd_ps(as, bs, acc[g]);
+                }
+            });
+            for (int64_t g = 0; g < groups; ++g)
+                store_lanes(at(dst, ptrdiff_t(i) * dst_row_stride +
+                                        ptrdiff_t(first + 8 * g) * dst_col_stride),
+                            dst_col_stride, acc[g], b_width - first - 8 * g);
+        }
+    }
+}
+
+// P(x, y) = sum of c[t] * term_t in the design matrix's column order, from
+// 0.0, one fused multiply-add per term; the terms formed as the portable
+// evaluation forms them. Four vectors of a row are evaluated side by side:
+// their sums are independent, so their latencies overlap.
+namespace {
+
+constexpr int kEvalVectors = 4;
+
+struct evaluation {
+    __m256 coefficient[15];
+    __m256 y, y2, y3, y4;
+};
+
+// The 15 terms at eight columns x of the current row.
+inline void terms8(const evaluation &e, __m256 x, __m256 *terms)
+{
+    const __m256 x2 = _mm256_mul_ps(x, x);
+    const __m256 x3 = _mm256_mul_ps(x, x2);
+    const __m256 x4 = _mm256_mul_ps(x, x3);
+    terms[0] = _mm256_set1_ps(1.0f);
+    terms[1] = x;
+    terms[2] = e.y;
+    terms[3] = x2;
+    terms[4] = _mm256_mul_ps(x, e.y);
+    terms[5] = e.y2;
+    terms[6] = x3;
+    terms[7] = _mm256_mul_ps(x2, e.y);
+    terms[8] = _mm256_mul_ps(x, e.y2);
+    terms[9] = e.y3;
+    terms[10] = x4;
+    terms[11] = _mm256_mul_ps(x3, e.y);
+    terms[12] = _mm256_mul_ps(x2, e.y2);
+    terms[13] = _mm256_mul_ps(x, e.y3);
+    terms[14] = e.y4;
+}
+
+// `count` vectors of P side by side: term t of every vector before term t + 1.
+template <int count>
+inline void evaluate(const evaluation &e, const __m256 *x, __m256 *acc)
+{
+    __m256 terms[count][15];
+#pragma GCC unroll 4
+    for (int k = 0; k < count; ++k) {
+        terms8(e, x[k], terms[k]);
+        acc[k] = _mm256_setzero_ps();
+    }
+#pragma GCC unroll 15
+    for (int t = 0; t < 15; ++t) {
+#pragma GCC unroll 4
+        for (int k = 0; k < count; ++k)
+            acc[k] = _mm256_fmadd_ps(e.coefficient[t], terms[k][t], acc[k]);
+    }
+}
+
+inline __m256 column_coordinate(uint32_t i0, float sx)
+{
+    const __m256 i = _mm256_cvtepi32_ps(_mm256_add_epi32(_mm256_set1_epi32(int32_t(i0)),
+                                                         _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)));
+    return _mm256_fmadd_ps(i, _mm256_set1_ps(sx), _mm256_set1_ps(1.0f));
+}
+
+} // namespace
+
+void lsc_evaluate_plane_x86_64_v3(const float *c, float *dst, uint16_t src_width,
+                                  uint16_t src_height, uint16_t dst_width, uint16_t dst_height)
+{
+    const float sx = (float(src_width) - 1.0f) / (float(dst_width) - 1.0f);
+    const float sy = (float(src_height) - 1.0f) / (float(dst_height) - 1.0f);
+    evaluation e;
+    for (int t = 0; t < 15; ++t)
+        e.coefficient[t] = _mm256_set1_ps(c[t]);
+    for (size_t j = 0; j < dst_height; ++j) {
+        e.y = _mm256_set1_ps(__builtin_fmaf(float(j), sy, 1.0f));
+        e.y2 = _mm256_mul_ps(e.y, e.y);
+        e.y3 = _mm256_mul_ps(e.y, e.y2);
+        e.y4 = _mm256_mul_ps(e.y, e.y3);
+        float *row = dst + j * dst_width;
+        uint32_t i0 = 0;
+        for (; i0 + 8 * kEvalVectors <= dst_width; i0 += 8 * kEvalVectors) {
+            __m256 x[kEvalVectors], v[kEvalVectors];
+            for (int k = 0; k < kEvalVectors; ++k)
+                x[k] = column_coordinate(i0 + 8 * uint32_t(k), sx);
+            evaluate<kEvalVectors>(e, x, v);
+            for (int k = 0; k < kEvalVectors; ++k)
+                _mm256_storeu_ps(row + i0 + 8 * k, v[k]);
+        }
+        for (; i0 < dst_width; i0 += 8) {
+            const __m256 x = column_coordinate(i0, sx);
+            __m256 v;
+            evaluate<1>(e, &x, &v);
+            if (i0 + 8 <= dst_width)
+                _mm256_storeu_ps(row + i0, v);
+            else
+                _mm256_maskstore_ps(row + i0, first_lanes(int64_t(dst_width) - i0), v);
+        }
+    }
+}
+
+// The smallest value of a plane without NaN is the same whatever order the
+// comparisons take (equal values have equal bits, except zeros, which the
+// test min > 0 refuses either way); the division and the raise are the
+// portable ones, lane by lane.
+bool lsc_normalise_x86_64_v3(float *plane, size_t count)
+{
+    if (count == 0)
+        return false; // no minimum: refused like a plane without one
+    __m256 low = _mm256_set1_ps(plane[0]);
+    __m256 unordered = _mm256_setzero_ps();
+    size_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const __m256 v = _mm256_loadu_ps(plane + i);
+        unordered = _mm256_or_ps(unordered, _mm256_cmp_ps(v, v, _CMP_UNORD_Q));
+        low = _mm256_min_ps(low, v);
+    }
+    alignas(32) float lanes[8];
+    _mm256_store_ps(lanes, low);
+    float min = lanes[0];
+    for (int k = 1; k < 8; ++k)
+        min = lanes[k] < min ? lanes[k] : min;
+    bool nan = !_mm256_testz_ps(unordered, unordered);
+    for (; i < count; ++i) {
+        nan = nan || plane[i] != plane[i];
+        min = plane[i] < min ? plane[i] : min;
+    }
+    if (nan || !(min > 0.0f))
+        return false;
+    const __m256 divisor = _mm256_set1_ps(min);
+    const __m256 one = _mm256_set1_ps(1.0f);
+    for (i = 0; i + 8 <= count; i += 8) {
+        const __m256 v = _mm256_div_ps(_mm256_loadu_ps(plane + i), divisor);
+        _mm256_storeu_ps(plane + i, _mm256_blendv_ps(one, v, _mm256_cmp_ps(v, one, _CMP_GT_OQ)));
+    }
+    for (; i < count; ++i) {
+        const float v = plane[i] / min;
+        plane[i] = v > 1.0f ? v : 1.0f;
+    }
+    return true;
+}

@@ -1,0 +1,60 @@
+/*
+ * lsc_x86_64_v3.h - x86-64-v3 (AVX2 + FMA) loops of the linear-algebra
+ * products and of the polynomial evaluation (internal).
+ *
+ * Each replaces the portable loop of the function named in its comment once
+ * that function has validated its arguments, and writes the same bits: every
+ * dot product still starts at 0.0 and takes its fused multiply-adds in
+ * ascending index order; the lanes of a vector are independent outputs.
+ */
+#ifndef EJ_LSC_X86_64_V3_H
+#define EJ_LSC_X86_64_V3_H
+
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+
+#include <cstddef>
+#include <cstdint>
+
+/*
+ * The indices a dot product runs over: all of 0 .. count - 1, or (interior
+ * set) the interior of a width-wide sample grid, rows first_row ..
+ * first_row + ih - 1, columns first_col .. first_col + iw - 1, row by row.
+ */
+struct lsc_dot_span {
+    bool interior;
+    int64_t count;
+    int64_t width, first_row, first_col, iw, ih;
+};
+
+/* Whether a stride (in bytes) can step eight lanes with 32-bit offsets. */
+bool lsc_lane_stride_fits(int32_t stride);
+
+/* mul_mv / mul_mv_lsc: y(i) = sum over the span of a(i, s) * x(s). */
+void lsc_mul_mv_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
+                          int32_t a_height, const float *x, int32_t x_stride, float *y,
+                          int32_t y_stride, const lsc_dot_span &span);
+
+/* mul_mm / mul_mm_lsc: dst(i, j) = sum over the span of a(i, s) * b(s, j). */
+void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
+                          int32_t a_height, const float *b, int32_t b_row_stride,
+                          int32_t b_col_stride, int32_t b_width, float *dst,
+                          int32_t dst_row_stride, int32_t dst_col_stride,
+                          const lsc_dot_span &span);
+
+/*
+ * The evaluation pass of lsc_polynomial_upscale_float: P(x, y) with the 15
+ * coefficients c at x = fma(i, sx, 1), y = fma(j, sy, 1) for every output.
+ */
+void lsc_evaluate_plane_x86_64_v3(const float *c, float *dst, uint16_t src_width,
+                                  uint16_t src_height, uint16_t dst_width, uint16_t dst_height);
+
+/*
+ * The normalisation of one computed plane: false when a value is NaN or the
+ * smallest value is not above 0 (the plane is then left as it was);
+ * otherwise every value v becomes v / min, raised to 1.0 when not above it.
+ */
+bool lsc_normalise_x86_64_v3(float *plane, size_t count);
+
+#endif /* EJ_CMC_HAVE_X86_64_V3 */
+
+#endif /* EJ_LSC_X86_64_V3_H */

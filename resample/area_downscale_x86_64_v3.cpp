@@ -1,0 +1,226 @@
+// x86-64-v3 loops of the area-averaging downscale. The lanes of a vector are
+// eight neighbouring outputs of one row; each lane runs exactly the portable
+// sequence for its output: for every row of the band, left to right over its
+// own column band, sum = fma(row_weight * column_weight, sample, sum). Lanes
+// whose band is shorter skip the extra steps (their sum is kept, not added
+// to), so no sum is reordered or padded. The conversion of a sum is the
+// portable one, lane by lane.
+//
+// The column bands depend on the output column only: they are tabled once
+// per strip of columns, in bounded stack buffers (the kernels allocate
+// nothing). No inline function with external linkage is called from here
+// (see bicubic_math.h for why).
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "resample_x86_64_v3.h"
+
+namespace {
+
+constexpr uint32_t kStripColumns = 512;
+
+inline uint32_t min_u32(uint32_t a, uint32_t b)
+{
+    return a < b ? a : b;
+}
+
+// One band on one axis, as the portable band walker yields it.
+struct band {
+    uint32_t first;
+    uint32_t end;
+    float first_weight;
+    float end_frac;
+};
+
+class band_walker {
+public:
+    band_walker(float ratio, float extent) : ratio_(ratio), extent_(extent) {}
+
+    band next(uint32_t k)
+    {
+        float e = float(k) * ratio_;
+        if (e > extent_)
+            e = extent_;
+        const uint32_t end = uint32_t(uint16_t(__builtin_floorf(e)));
+        const float frac = e - float(end);
+        const band b = {prev_end_, end, 1.0f - prev_frac_, frac};
+        prev_end_ = end;
+        prev_frac_ = frac;
+        return b;
+    }
+
+private:
+    float ratio_;
+    float extent_;
+    uint32_t prev_end_ = 0;
+    float prev_frac_ = 0.0f;
+};
+
+inline uint32_t band_stop(const band &b)
+{
+    return b.end_frac != 0.0f ? b.end + 1 : b.end;
+}
+
+inline float band_weight(const band &b, uint32_t s)
+{
+    if (s == b.first)
+        return b.first_weight;
+    return s == b.end ? b.end_frac : 1.0f;
+}
+
+struct column_strip {
+    alignas(32) int32_t first[kStripColumns];
+    alignas(32) int32_t stop[kStripColumns];
+    alignas(32) int32_t end[kStripColumns];
+    alignas(32) float first_weight[kStripColumns];
+    alignas(32) float end_frac[kStripColumns];
+    alignas(32) int32_t length[kStripColumns / 8]; // longest band of each vector
+};
+
+inline __m256i load8(const int32_t *p)
+{
+    return _mm256_load_si256(reinterpret_cast<const __m256i *>(p));
+}
+
+// Samples of eight columns of one line, as floats, for the active lanes
+// (inactive lanes read nothing and give 0).
+inline __m256 samples8(const float *line, __m256i col, __m256i active)
+{
+    return _mm256_mask_i32gather_ps(_mm256_setzero_ps(), line, col, _mm256_castsi256_ps(active), 4);
+}
+
+// 16-bit samples: a 32-bit read ending at the sample (it starts one sample
+// earlier, byte offset 2 * col - 2), so that it never reaches past the plane.
+// `line_start` is the index of line[0] in its plane: a read at index 0 of the
+// plane would start before it and is done sample by sample instead.
+inline __m256 samples8(const uint16_t *line, __m256i col, __m256i active, size_t line_start)
+{
+    const __m256i min_col = _mm256_set1_epi32(line_start == 0 ? 1 : 0);
+    if (line_start == 0 && !_mm256_testz_si256(_mm256_cmpgt_epi32(min_col, col), active)) {
+        alignas(32) int32_t c[8], a[8];
+        alignas(32) float v[8];
+        _mm256_store_si256(reinterpret_cast<__m256i *>(c), col);
+        _mm256_store_si256(reinterpret_cast<__m256i *>(a), active);
+        for (int k = 0; k < 8; ++k)
+            v[k] = a[k] != 0 ? float(line[c[k]]) : 0.0f;
+        return _mm256_load_ps(v);
+    }
+    const __m256i offset = _mm256_sub_epi32(_mm256_slli_epi32(col, 1), _mm256_set1_epi32(2));
+    const __m256i pairs = _mm256_mask_i32gather_epi32(
+        _mm256_setzero_si256(), reinterpret_cast<const int *>(line), offset, active, 1);
+    return _mm256_cvtepi32_ps(_mm256_srli_epi32(pairs, 16));
+}
+
+template <typename T>
+inline __m256 load_samples(const T *line, __m256i col, __m256i active, size_t line_start)
+{
+    if constexpr (sizeof(T) == 2)
+        return samples8(line, col, active, line_start);
+    else
+        return samples8(line, col, active);
+}
+
+// Low 16 bits of trunc(v) as a signed 32-bit integer; out of range and NaN
+// give 0x80000000 (low bits 0), as in the portable conversion.
+inline void store_low16(uint16_t *out, __m256 v, uint32_t lanes)
+{
+    const __m256i i = _mm256_and_si256(_mm256_cvttps_epi32(v), _mm256_set1_epi32(0xFFFF));
+    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(i, i), 0x08);
+    const __m128i low = _mm256_castsi256_si128(packed);
+    if (lanes == 8) {
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out), low);
+        return;
+    }
+    alignas(16) uint16_t tail[8];
+    _mm_store_si128(reinterpret_cast<__m128i *>(tail), low);
+    for (uint32_t k = 0; k < lanes; ++k)
+        out[k] = tail[k];
+}
+
+template <typename T, typename Finish>
+void downscale(const T *src, uint16_t *dst, const area_geometry &geo, Finish finish)
+{
+    const T *region = src + geo.region_offset;
+    const size_t stride = geo.src_width;
+    column_strip cs;
+    band_walker cols(geo.ratio_x, geo.region_width);
+    for (uint32_t x0 = 0; x0 < geo.dst_width; x0 += kStripColumns) {
+        const uint32_t n = min_u32(kStripColumns, geo.dst_width - x0);
+        const uint32_t vector = (n + 7) & ~7u;
+        for (uint32_t k = 0; k < vector; ++k) {
+            // Lanes past the last column get empty bands.
+            band b = k < n ? cols.next(x0 + k + 1) : band{0, 0, 0.0f, 0.0f};
+            cs.first[k] = int32_t(b.first);
+            cs.stop[k] = int32_t(k < n ? band_stop(b) : b.first);
+            cs.end[k] = int32_t(b.end);
+            cs.first_weight[k] = b.first_weight;
+            cs.end_frac[k] = b.end_frac;
+        }
+        for (uint32_t v = 0; v < vector / 8; ++v) {
+            int32_t longest = 0;
+            for (uint32_t k = 8 * v; k < 8 * v + 8; ++k)
+                longest = cs.stop[k] - cs.first[k] > longest ? cs.stop[k] - cs.first[k] : longest;
+            cs.length[v] = longest;
+        }
+
+        band_walker rows(geo.ratio_y, geo.region_height);
+        for (uint32_t ky = 1; ky <= geo.dst_height; ++ky) {
+            const band rb = rows.next(ky);
+            const uint32_t row_stop = band_stop(rb);
+            uint16_t *out = dst + size_t(ky - 1) * geo.dst_width + x0;
+            for (uint32_t v = 0; v < vector / 8; ++v) {
+                const uint32_t k = 8 * v;
+                const __m256i first = load8(cs.first + k);
+                const __m256i stop = load8(cs.stop + k);
+                const __m256i end = load8(cs.end + k);
+                const __m256 first_weight = _mm256_load_ps(cs.first_weight + k);
+                const __m256 end_frac = _mm256_load_ps(cs.end_frac + k);
+                __m256 sum = _mm256_setzero_ps();
+                for (uint32_t r = rb.first; r < row_stop; ++r) {
+                    const __m256 wr = _mm256_set1_ps(band_weight(rb, r));
+                    const T *line = region + size_t(r) * stride;
+                    const size_t line_start = geo.region_offset + size_t(r) * stride;
+                    for (int32_t t = 0; t < cs.length[v]; ++t) {
+                        const __m256i col = _mm256_add_epi32(first, _mm256_set1_epi32(t));
+                        const __m256i active = _mm256_cmpgt_epi32(stop, col);
+                        // First-column weight over the last-partial one over 1.
+                        __m256 wc = _mm256_blendv_ps(_mm256_set1_ps(1.0f), end_frac,
+                                                     _mm256_castsi256_ps(_mm256_cmpeq_epi32(col, end)));
+                        wc = _mm256_blendv_ps(wc, first_weight,
+                                              _mm256_castsi256_ps(_mm256_cmpeq_epi32(col, first)));
+                        const __m256 sample = load_samples(line, col, active, line_start);
+                        const __m256 stepped = _mm256_fmadd_ps(_mm256_mul_ps(wr, wc), sample, sum);
+                        sum = _mm256_blendv_ps(sum, stepped, _mm256_castsi256_ps(active));
+                    }
+                }
+                store_low16(out + k, finish(sum), min_u32(8, n - k));
+            }
+        }
+    }
+}
+
+} // namespace
+
+void area_downscale_x86_64_v3(const float *src, uint16_t *dst, const area_geometry &geo,
+                              float inv_area)
+{
+    const __m256 scale = _mm256_set1_ps(inv_area);
+    downscale(src, dst, geo, [scale](__m256 sum) {
+        return _mm256_mul_ps(_mm256_fmadd_ps(sum, scale, _mm256_set1_ps(0.00048828125f)),
+                             _mm256_set1_ps(1024.0f));
+    });
+}
+
+void area_downscale_x86_64_v3(const uint16_t *src, uint16_t *dst, const area_geometry &geo,
+                              float inv_area, float in_scale, float out_scale)
+{
+    const __m256 area = _mm256_set1_ps(inv_area);
+    const __m256 in = _mm256_set1_ps(in_scale);
+    const __m256 out = _mm256_set1_ps(out_scale);
+    downscale(src, dst, geo, [area, in, out](__m256 sum) {
+        return _mm256_mul_ps(
+            _mm256_fmadd_ps(_mm256_mul_ps(area, sum), in, _mm256_set1_ps(0.00048828125f)), out);
+    });
+}

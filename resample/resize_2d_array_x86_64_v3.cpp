@@ -1,0 +1,506 @@
+// x86-64-v3 loops of the bilinear 2-D array resize.
+//
+// Integer members: the weighted sum of the four neighbours is an exact
+// integer (it fits the member's sum type), so it may be formed in any order.
+// These loops form the portable loops' value split by axis:
+//   H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1   (once per source row and column)
+//   out     = (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^15) >> 16
+// which is the same integer, rounded and stored as the portable loop does.
+// H of a source row serves every output row that reads that row.
+//
+// Float member: every output is computed with exactly the portable
+// operations (same products, same fused steps, same order), eight outputs of
+// a row per vector.
+//
+// Output columns are handled in strips whose per-column tables (lower index,
+// weights) and horizontal sums fit in bounded stack buffers: the kernels
+// allocate nothing. No inline function with external linkage is called from
+// here (see bicubic_math.h for why).
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "resample_x86_64_v3.h"
+
+namespace {
+
+constexpr uint32_t kStripColumns = 512;
+
+inline uint32_t min_u32(uint32_t a, uint32_t b)
+{
+    return a < b ? a : b;
+}
+
+inline __m256i lane_index()
+{
+    return _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+}
+
+inline __m256i load8(const int32_t *p)
+{
+    return _mm256_load_si256(reinterpret_cast<const __m256i *>(p));
+}
+
+// Lower index and upper weight of fixed-point position pos (F = 8): pos 0
+// takes the pair (0, 1) with weight 0 on 1; otherwise lower = (pos - 1) >> 8.
+inline void axis_rule(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
+{
+    lower = pos == 0 ? 0 : (pos - 1) >> 8;
+    upper_weight = pos - (lower << 8);
+}
+
+struct strip {
+    alignas(32) int32_t x0[kStripColumns]; // lower source index of each column
+    alignas(32) int32_t wx0[kStripColumns];
+    alignas(32) int32_t wx1[kStripColumns];
+    alignas(32) uint32_t h[2][kStripColumns]; // H of source row `row[s]`, slot s = row & 1
+    // When every column of the strip puts its whole weight on one sample
+    // (weights 0 and 256, as integer reductions give), pick[k] is that sample.
+    alignas(32) int32_t pick[kStripColumns];
+    bool whole_weights;
+    int64_t row[2];
+    uint32_t n;      // columns in the strip
+    uint32_t vector; // n rounded up to whole vectors
+};
+
+void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step)
+{
+    s.n = min_u32(kStripColumns, columns_left);
+    s.vector = (s.n + 7) & ~7u;
+    for (uint32_t k = 0; k < s.vector; ++k) {
+        // Lanes past the last column repeat it, so their reads stay inside.
+        uint32_t lower, weight;
+        axis_rule(x_start + (ox0 + min_u32(k, s.n - 1)) * x_step, lower, weight);
+        s.x0[k] = int32_t(lower);
+        s.wx1[k] = int32_t(weight);
+        s.wx0[k] = int32_t(256 - weight);
+    }
+    s.row[0] = s.row[1] = -1;
+    s.whole_weights = true;
+    for (uint32_t k = 0; k < s.vector; ++k) {
+        s.whole_weights = s.whole_weights && (s.wx1[k] == 0 || s.wx1[k] == 256);
+        s.pick[k] = s.x0[k] + (s.wx1[k] == 256 ? 1 : 0);
+    }
+}
+
+
+
+// The neighbour pairs (S[x0], S[x0 + 1]) of eight columns, from one 32-bit
+// gather per column: 16-bit samples are read as one pair.
+inline void pairs8(const uint16_t *row, __m256i x0, __m256i &lo, __m256i &hi)
+{
+    const __m256i both = _mm256_i32gather_epi32(reinterpret_cast<const int *>(row), x0, 2);
+    lo = _mm256_and_si256(both, _mm256_set1_epi32(0xFFFF));
+    hi = _mm256_srli_epi32(both, 16);
+}
+
+// 8-bit samples: a 32-bit read at x0 takes x0 ... x0 + 3, so it is used only
+// where x0 + 3 is still inside the source (`readable` elements from row).
+inline void pairs8(const uint8_t *row, __m256i x0, __m256i &lo, __m256i &hi)
+{
+    const __m256i four = _mm256_i32gather_epi32(reinterpret_cast<const int *>(row), x0, 1);
+    lo = _mm256_and_si256(four, _mm256_set1_epi32(0xFF));
+    hi = _mm256_and_si256(_mm256_srli_epi32(four, 8), _mm256_set1_epi32(0xFF));
+}
+
+inline size_t wide_read_bytes(const uint16_t *)
+{
+    return 4; // two samples: never past x0 + 1
+}
+inline size_t wide_read_bytes(const uint8_t *)
+{
+    return 4; // four samples: up to x0 + 3
+}
+
+// H of one source row at every column of the strip. `readable` is the number
+// of source elements from `row` to the end of the source.
+template <typename T>
+void horizontal_row(const strip &s, const T *row, size_t readable, uint32_t *h)
+{
+    const size_t samples_read = wide_read_bytes(row) / sizeof(T);
+    uint32_t k = 0;
+    for (; k < s.vector; k += 8) {
+        // The last column of the vector reads the most.
+        if (size_t(s.x0[k + 7]) + samples_read > readable)
+            break;
+        __m256i lo, hi;
+        pairs8(row, load8(s.x0 + k), lo, hi);
+        const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(lo, load8(s.wx0 + k)),
+                                             _mm256_mullo_epi32(hi, load8(s.wx1 + k)));
+        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
+    }
+    for (; k < s.vector; ++k)
+        h[k] = uint32_t(row[s.x0[k]]) * uint32_t(s.wx0[k]) +
+               uint32_t(row[s.x0[k] + 1]) * uint32_t(s.wx1[k]);
+}
+
+// Eight results (each below 2^16, or 2^8 for 8-bit samples) narrowed.
+inline void store8(uint16_t *out, __m256i r)
+{
+    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), _mm256_castsi256_si128(packed));
+}
+inline void store8(uint8_t *out, __m256i r)
+{
+    const __m256i words = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
+    const __m128i bytes = _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_castsi256_si128(words));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(out), bytes);
+}
+
+// With whole weights on both axes an output is one sample: the sum is
+// S * 256 * 256, and (S * 65536 + 32768) >> 16 = S. Eight picks of one row;
+// `readable` as in horizontal_row.
+template <typename T>
+void pick_row(const strip &s, const T *line, size_t readable, T *out, size_t dst_step)
+{
+    uint32_t k = 0;
+    for (; k < s.n; k += 8) {
+        if (size_t(s.pick[k + 7]) + 4 / sizeof(T) > readable)
+            break;
+        const __m256i four = _mm256_i32gather_epi32(reinterpret_cast<const int *>(line),
+                                                    load8(s.pick + k), int(sizeof(T)));
+        const __m256i r = _mm256_and_si256(four, _mm256_set1_epi32(sizeof(T) == 1 ? 0xFF : 0xFFFF));
+        if (dst_step == 1 && k + 8 <= s.n) {
+            store8(out + k, r);
+            continue;
+        }
+        alignas(32) T tail[16];
+        store8(tail, r);
+        for (uint32_t m = 0; m < 8 && k + m < s.n; ++m)
+            out[(k + m) * dst_step] = tail[m];
+    }
+    for (; k < s.n; ++k)
+        out[k * dst_step] = line[s.pick[k]];
+}
+
+template <typename T>
+void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start, uint32_t x_step,
+          uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width, uint32_t dst_height,
+          size_t dst_step)
+{
+    strip s;
+    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
+        plan_strip(s, ox0, dst_width - ox0, x_start, x_step);
+        uint32_t pos_y = y_start;
+        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+            uint32_t y0, wy1;
+            axis_rule(pos_y, y0, wy1);
+            if (s.whole_weights && (wy1 == 0 || wy1 == 256)) {
+                const size_t offset = size_t(y0 + (wy1 == 256 ? 1 : 0)) * src_stride;
+                pick_row(s, src + offset, src_elements - offset,
+                         dst + (size_t(oy) * dst_width + ox0) * dst_step, dst_step);
+                continue;
+            }
+            const uint32_t *h[2];
+            for (uint32_t r = 0; r < 2; ++r) {
+                const uint32_t row = y0 + r;
+                uint32_t *slot = s.h[row & 1];
+                if (s.row[row & 1] != row) {
+                    const size_t offset = size_t(row) * src_stride;
+                    horizontal_row(s, src + offset, src_elements - offset, slot);
+                    s.row[row & 1] = row;
+                }
+                h[r] = slot;
+            }
+            const __m256i w0 = _mm256_set1_epi32(int32_t(256 - wy1));
+            const __m256i w1 = _mm256_set1_epi32(int32_t(wy1));
+            const __m256i half = _mm256_set1_epi32(32768);
+            T *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
+            for (uint32_t k = 0; k < s.n; k += 8) {
+                const __m256i h0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[0] + k));
+                const __m256i h1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[1] + k));
+                const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(h0, w0), _mm256_mullo_epi32(h1, w1));
+                const __m256i r = _mm256_srli_epi32(_mm256_add_epi32(sum, half), 16);
+                if (dst_step == 1 && k + 8 <= s.n) {
+                    store8(out + k, r);
+                    continue;
+                }
+                alignas(32) T tail[16];
+                store8(tail, r);
+                for (uint32_t m = 0; m < 8 && k + m < s.n; ++m)
+                    out[(k + m) * dst_step] = tail[m];
+            }
+        }
+    }
+}
+
+} // namespace
+
+void bilinear_walk_x86_64_v3(const uint8_t *src, size_t src_stride, size_t src_elements,
+                             uint32_t x_start, uint32_t x_step, uint32_t y_start, uint32_t y_step,
+                             uint8_t *dst, uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst, dst_width,
+         dst_height, dst_step);
+}
+
+void bilinear_walk_x86_64_v3(const uint16_t *src, size_t src_stride, size_t src_elements,
+                             uint32_t x_start, uint32_t x_step, uint32_t y_start, uint32_t y_step,
+                             uint16_t *dst, uint32_t dst_width, uint32_t dst_height,
+                             size_t dst_step)
+{
+    walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst, dst_width,
+         dst_height, dst_step);
+}
+
+namespace {
+
+// The 32-bit members (F = 12): the same split by axis in 64-bit integers,
+// H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1 (below 2^44 in magnitude), out =
+// (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^23) >> 24, of which the low 32 bits
+// are stored. Four columns per vector: AVX2 multiplies 32 by 32 bits into 64,
+// so a 64-bit H times a weight is formed from its two halves modulo 2^64
+// (exact, the true product fits), and bits 24 ... 55 of the sum, the stored
+// value, are the same after a logical or an arithmetic shift.
+struct wide_strip {
+    alignas(32) int32_t x0[kStripColumns];
+    alignas(32) int64_t wx0[kStripColumns];
+    alignas(32) int64_t wx1[kStripColumns];
+    alignas(32) int64_t h[2][kStripColumns];
+    int64_t row[2];
+    uint32_t n;
+    uint32_t vector; // n rounded up to whole vectors of four
+};
+
+inline void axis_rule12(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
+{
+    lower = pos == 0 ? 0 : (pos - 1) >> 12;
+    upper_weight = pos - (lower << 12);
+}
+
+inline __m256i load4x64(const int64_t *p)
+{
+    return _mm256_load_si256(reinterpret_cast<const __m256i *>(p));
+}
+
+// Signed (int32 samples) or unsigned (uint32) 32 x 32 -> 64-bit products of
+// the low halves of each 64-bit lane.
+template <bool Signed>
+inline __m256i mul32x32(__m256i a, __m256i b)
+{
+    return Signed ? _mm256_mul_epi32(a, b) : _mm256_mul_epu32(a, b);
+}
+
+// A 64-bit value times a weight below 2^13, modulo 2^64.
+inline __m256i mul64_by_weight(__m256i h, __m256i w)
+{
+    const __m256i low = _mm256_mul_epu32(h, w);
+    const __m256i high = _mm256_mul_epu32(_mm256_srli_epi64(h, 32), w);
+    return _mm256_add_epi64(low, _mm256_slli_epi64(high, 32));
+}
+
+template <bool Signed>
+void wide_row(wide_strip &s, const uint32_t *line, int64_t *h)
+{
+    for (uint32_t k = 0; k < s.vector; k += 4) {
+        // One 64-bit read per column: the pair S[x0], S[x0 + 1].
+        const __m128i x0 = _mm_load_si128(reinterpret_cast<const __m128i *>(s.x0 + k));
+        const __m256i pair = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(line), x0, 4);
+        const __m256i sum = _mm256_add_epi64(mul32x32<Signed>(pair, load4x64(s.wx0 + k)),
+                                             mul32x32<Signed>(_mm256_srli_epi64(pair, 32),
+                                                              load4x64(s.wx1 + k)));
+        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
+    }
+}
+
+template <bool Signed>
+void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t y_step,
+               uint32_t *dst, uint32_t dst_width, uint32_t dst_height)
+{
+    wide_strip s;
+    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
+        s.n = min_u32(kStripColumns, dst_width - ox0);
+        s.vector = (s.n + 3) & ~3u;
+        for (uint32_t k = 0; k < s.vector; ++k) {
+            uint32_t lower, weight;
+            axis_rule12((ox0 + min_u32(k, s.n - 1)) * x_step, lower, weight);
+            s.x0[k] = int32_t(lower);
+            s.wx1[k] = weight;
+            s.wx0[k] = 4096 - weight;
+        }
+        s.row[0] = s.row[1] = -1;
+        uint32_t pos_y = 0;
+        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+            uint32_t y0, wy1;
+            axis_rule12(pos_y, y0, wy1);
+            const int64_t *h[2];
+            for (uint32_t r = 0; r < 2; ++r) {
+                const uint32_t row = y0 + r;
+                int64_t *slot = s.h[row & 1];
+                if (s.row[row & 1] != row) {
+                    wide_row<Signed>(s, src + size_t(row) * src_stride, slot);
+                    s.row[row & 1] = row;
+                }
+                h[r] = slot;
+            }
+            const __m256i w0 = _mm256_set1_epi64x(4096 - wy1);
+            const __m256i w1 = _mm256_set1_epi64x(wy1);
+            const __m256i half = _mm256_set1_epi64x(int64_t(1) << 23);
+            // Low 32 bits of each 64-bit lane, in order, into the low 128 bits.
+            const __m256i pick = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
+            uint32_t *out = dst + size_t(oy) * dst_width + ox0;
+            for (uint32_t k = 0; k < s.n; k += 4) {
+                const __m256i sum = _mm256_add_epi64(mul64_by_weight(load4x64(h[1] + k), w1),
+                                                     mul64_by_weight(load4x64(h[0] + k), w0));
+                const __m256i shifted = _mm256_srli_epi64(_mm256_add_epi64(sum, half), 24);
+                const __m128i low = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(shifted, pick));
+                if (k + 4 <= s.n) {
+                    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), low);
+                } else {
+                    alignas(16) uint32_t tail[4];
+                    _mm_store_si128(reinterpret_cast<__m128i *>(tail), low);
+                    for (uint32_t m = 0; k + m < s.n; ++m)
+                        out[k + m] = tail[m];
+                }
+            }
+        }
+    }
+}
+
+} // namespace
+
+void bilinear_walk_x86_64_v3(const int32_t *src, size_t src_stride, uint32_t x_step,
+                             uint32_t y_step, int32_t *dst, uint32_t dst_width,
+                             uint32_t dst_height)
+{
+    wide_walk<true>(reinterpret_cast<const uint32_t *>(src), src_stride, x_step, y_step,
+                    reinterpret_cast<uint32_t *>(dst), dst_width, dst_height);
+}
+
+void bilinear_walk_x86_64_v3(const uint32_t *src, size_t src_stride, uint32_t x_step,
+                             uint32_t y_step, uint32_t *dst, uint32_t dst_width,
+                             uint32_t dst_height)
+{
+    wide_walk<false>(src, src_stride, x_step, y_step, dst, dst_width, dst_height);
+}
+
+namespace {
+
+// Index pair and fraction of output index i on a float axis, exactly as the
+// portable loop computes them.
+struct float_axis {
+    uint32_t i0, i1;
+    float f;
+};
+
+inline float_axis float_axis_at(uint32_t i, float scale, uint32_t extent)
+{
+    const float pos = float(i) * scale;
+    uint32_t i0 = uint16_t(uint32_t(__builtin_truncf(pos)));
+    if (i0 > extent - 1)
+        i0 = extent - 1;
+    return {i0, i0 < extent - 1 ? i0 + 1 : i0, pos - float(i0)};
+}
+
+struct float_strip {
+    alignas(32) int32_t i0[kStripColumns];
+    alignas(32) int32_t i1[kStripColumns];
+    alignas(32) float fx[kStripColumns];
+    // Per source row `row[s]` (slot s = row & 1): a = (1 - fx) * S[row][i0]
+    // and b = fx * S[row][i1] at every column, the products that do not
+    // involve the vertical fraction.
+    alignas(32) float a[2][kStripColumns];
+    alignas(32) float b[2][kStripColumns];
+    int64_t row[2];
+};
+
+void float_row_products(float_strip &s, const float *line, uint32_t vector, uint32_t slot)
+{
+    const __m256 one = _mm256_set1_ps(1.0f);
+    for (uint32_t k = 0; k < vector; k += 8) {
+        const __m256 fx = _mm256_load_ps(s.fx + k);
+        const __m256 lower = _mm256_i32gather_ps(line, load8(s.i0 + k), 4);
+        const __m256 upper = _mm256_i32gather_ps(line, load8(s.i1 + k), 4);
+        _mm256_store_ps(s.a[slot] + k, _mm256_mul_ps(_mm256_sub_ps(one, fx), lower));
+        _mm256_store_ps(s.b[slot] + k, _mm256_mul_ps(fx, upper));
+    }
+}
+
+// One output row from its two source rows, without the row cache.
+void direct_row(const float_strip &s, const float *row0, const float *row1, float fy_scalar,
+                float *out, uint32_t n)
+{
+    const __m256 one = _mm256_set1_ps(1.0f);
+    const __m256 fy = _mm256_set1_ps(fy_scalar);
+    const __m256 gy = _mm256_set1_ps(1.0f - fy_scalar);
+    for (uint32_t k = 0; k < n; k += 8) {
+        const __m256i i0 = load8(s.i0 + k);
+        const __m256i i1 = load8(s.i1 + k);
+        const __m256 fx = _mm256_load_ps(s.fx + k);
+        const __m256 gx = _mm256_sub_ps(one, fx);
+        const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, _mm256_i32gather_ps(row0, i1, 4)), gy);
+        const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, _mm256_i32gather_ps(row0, i0, 4)), gy, inner);
+        const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, _mm256_i32gather_ps(row1, i0, 4)), fy, low);
+        const __m256 v = _mm256_fmadd_ps(_mm256_mul_ps(fx, _mm256_i32gather_ps(row1, i1, 4)), fy, mid);
+        if (k + 8 <= n) {
+            _mm256_storeu_ps(out + k, v);
+        } else {
+            const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(n - k)), lane_index());
+            _mm256_maskstore_ps(out + k, mask, v);
+        }
+    }
+}
+
+} // namespace
+
+// v = fma(fx * S11, fy, fma(gx * S10, fy, fma(gx * S00, gy, (fx * S01) * gy)))
+// with gx = 1 - fx, gy = 1 - fy, for eight columns at a time. The products
+// gx * S and fx * S of a source row are shared by every output row that
+// reads it.
+void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_height,
+                            float *dst, uint16_t dst_width, int32_t dst_height, float scale_x,
+                            float scale_y)
+{
+    float_strip s;
+    for (uint32_t j0 = 0; j0 < dst_width; j0 += kStripColumns) {
+        const uint32_t n = min_u32(kStripColumns, uint32_t(dst_width) - j0);
+        const uint32_t vector = (n + 7) & ~7u;
+        for (uint32_t k = 0; k < vector; ++k) {
+            const float_axis ax = float_axis_at(j0 + min_u32(k, n - 1), scale_x, src_width);
+            s.i0[k] = int32_t(ax.i0);
+            s.i1[k] = int32_t(ax.i1);
+            s.fx[k] = ax.f;
+        }
+        s.row[0] = s.row[1] = -1;
+        for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
+            const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
+            if (scale_y >= 1.0f) {
+                // A reduction reads new rows for almost every output row:
+                // the products are formed in place, the same ones.
+                direct_row(s, src + size_t(ay.i0) * src_width, src + size_t(ay.i1) * src_width,
+                           ay.f, dst + size_t(i) * dst_width + j0, n);
+                continue;
+            }
+            // Rows i0 and i1 may be equal (the last row): then both use one slot.
+            const uint32_t rows[2] = {ay.i0, ay.i1};
+            uint32_t slots[2];
+            for (int r = 0; r < 2; ++r) {
+                const uint32_t slot = rows[r] & 1;
+                if (s.row[slot] != rows[r]) {
+                    float_row_products(s, src + size_t(rows[r]) * src_width, vector, slot);
+                    s.row[slot] = rows[r];
+                }
+                slots[r] = slot;
+            }
+            const __m256 fy = _mm256_set1_ps(ay.f);
+            const __m256 gy = _mm256_set1_ps(1.0f - ay.f);
+            const float *a0 = s.a[slots[0]], *b0 = s.b[slots[0]];
+            const float *a1 = s.a[slots[1]], *b1 = s.b[slots[1]];
+            float *out = dst + size_t(i) * dst_width + j0;
+            for (uint32_t k = 0; k < n; k += 8) {
+                const __m256 inner = _mm256_mul_ps(_mm256_load_ps(b0 + k), gy);
+                const __m256 low = _mm256_fmadd_ps(_mm256_load_ps(a0 + k), gy, inner);
+                const __m256 mid = _mm256_fmadd_ps(_mm256_load_ps(a1 + k), fy, low);
+                const __m256 v = _mm256_fmadd_ps(_mm256_load_ps(b1 + k), fy, mid);
+                if (k + 8 <= n) {
+                    _mm256_storeu_ps(out + k, v);
+                } else {
+                    const __m256i mask = _mm256_cmpgt_epi32(
+                        _mm256_set1_epi32(int32_t(n - k)), lane_index());
+                    _mm256_maskstore_ps(out + k, mask, v);
+                }
+            }
+        }
+    }
+}

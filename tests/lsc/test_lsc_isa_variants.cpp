@@ -1,0 +1,156 @@
+// The x86-64-v3 loops of the linear-algebra products, the polynomial
+// evaluation and the normalisation against the portable ones, bit for bit,
+// on seeded random data: the products over strided views (rows, columns and
+// transposed layouts, full and interior spans), and whole polynomial table
+// sets over several grids, targets, flips and border modes.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "ej_cmc_lsc.h"
+#include "ej_nvm.h"
+#include "isa_dispatch.h"
+
+namespace {
+
+struct PortableScope {
+    PortableScope() { cmc_isa_force_portable(true); }
+    ~PortableScope() { cmc_isa_force_portable(false); }
+};
+
+class LscIsaVariants : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (cmc_isa_best() == cmc_isa::portable || cmc_isa_selected() == cmc_isa::portable)
+            GTEST_SKIP() << "only the portable variant runs here";
+    }
+};
+
+std::vector<float> random_floats(size_t n, uint32_t seed)
+{
+    std::mt19937 gen(seed);
+    std::uniform_real_distribution<float> dist(-4.0f, 4.0f);
+    std::vector<float> v(n);
+    for (float &x : v)
+        x = dist(gen);
+    return v;
+}
+
+// Runs call(out) on both variants into copies of `initial`; expects equal
+// statuses and equal bits.
+template <typename Call>
+void expect_same_bits(const std::vector<float> &initial, Call call, const std::string &what)
+{
+    std::vector<float> portable = initial, fast = initial;
+    uint32_t portable_status;
+    {
+        PortableScope scope;
+        portable_status = call(portable.data());
+    }
+    EXPECT_EQ(portable_status, call(fast.data())) << what;
+    EXPECT_EQ(0, std::memcmp(portable.data(), fast.data(), portable.size() * sizeof(float))) << what;
+}
+
+// A matrix of rows x cols stored row-major (transposed = false) or
+// column-major, as a strided view: strides in bytes.
+struct View {
+    int32_t row_stride, col_stride;
+};
+
+View layout(int32_t rows, int32_t cols, bool transposed)
+{
+    return transposed ? View{4, 4 * rows} : View{4 * cols, 4};
+}
+
+TEST_F(LscIsaVariants, Products)
+{
+    std::mt19937 gen(5);
+    uint32_t seed = 1;
+    for (int round = 0; round < 40; ++round) {
+        const int32_t n = int32_t(1 + gen() % 20), inner = int32_t(1 + gen() % 60),
+                      p = int32_t(1 + gen() % 20);
+        const bool ta = gen() % 2, tb = gen() % 2, tc = gen() % 2;
+        const auto a = random_floats(size_t(n) * inner, seed++);
+        const auto b = random_floats(size_t(inner) * p, seed++);
+        const View va = layout(n, inner, ta), vb = layout(inner, p, tb), vc = layout(n, p, tc);
+        const std::string what = std::to_string(n) + "x" + std::to_string(inner) + "x" +
+                                 std::to_string(p);
+        expect_same_bits(std::vector<float>(size_t(n) * p, 7.0f), [&](float *dst) {
+            return mul_mm(a.data(), va.row_stride, va.col_stride, inner, n, b.data(), vb.row_stride,
+                          vb.col_stride, p, inner, dst, vc.row_stride, vc.col_stride);
+        }, "mul_mm " + what);
+        expect_same_bits(std::vector<float>(size_t(n), 7.0f), [&](float *y) {
+            return mul_mv(a.data(), va.row_stride, va.col_stride, inner, n, b.data(), 4, inner, y, 4);
+        }, "mul_mv " + what);
+        // The interior of a grid whose samples are the inner index.
+        const uint16_t gw = uint16_t(1 + gen() % 8);
+        const uint16_t gh = uint16_t(inner / gw);
+        const uint16_t my = uint16_t(gen() % 3), mx = uint16_t(gen() % 3);
+        expect_same_bits(std::vector<float>(size_t(n) * p, 7.0f), [&](float *dst) {
+            return mul_mm_lsc(a.data(), va.row_stride, va.col_stride, inner, n, b.data(),
+                              vb.row_stride, vb.col_stride, p, inner, dst, vc.row_stride,
+                              vc.col_stride, gh, gw, my, mx);
+        }, "mul_mm_lsc " + what);
+        expect_same_bits(std::vector<float>(size_t(n), 7.0f), [&](float *y) {
+            return mul_mv_lsc(a.data(), va.row_stride, va.col_stride, inner, n, b.data(), 4, inner,
+                              y, 4, gh, gw, my, mx);
+        }, "mul_mv_lsc " + what);
+    }
+}
+
+// Whole table sets: the normal matrix, the solves, the evaluation and the
+// normalisation.
+TEST_F(LscIsaVariants, PolynomialTables)
+{
+    std::mt19937 gen(17);
+    for (int round = 0; round < 24; ++round) {
+        const uint8_t w = uint8_t(5 + gen() % 20), h = uint8_t(5 + gen() % 16);
+        const uint16_t dw = uint16_t(2 + gen() % 90), dh = uint16_t(2 + gen() % 70);
+        const uint32_t flip = gen() % 4;
+        const uint8_t exclude = uint8_t(gen() % 2);
+        // Smooth gains with noise, so that the fits are well posed.
+        std::vector<std::vector<uint16_t>> samples(8);
+        std::vector<nvm_lsc_table> tables(2);
+        for (size_t k = 0; k < samples.size(); ++k) {
+            for (int r = 0; r < h; ++r)
+                for (int c = 0; c < w; ++c)
+                    samples[k].push_back(uint16_t(200 + 9 * ((c - w / 2) * (c - w / 2) +
+                                                             (r - h / 2) * (r - h / 2)) +
+                                                  gen() % 40));
+        }
+        for (size_t t = 0; t < tables.size(); ++t) {
+            tables[t].frac_bits = 10;
+            for (size_t c = 0; c < 4; ++c)
+                tables[t].channel_tables[c] = samples[4 * t + c].data();
+        }
+        ej_nvm_data nvm{};
+        nvm.lsc_table_count = uint8_t(tables.size());
+        nvm.lsc_grid_width = w;
+        nvm.lsc_grid_height = h;
+        nvm.lsc_tables = tables.data();
+
+        computed_lsc_tables *portable;
+        {
+            PortableScope scope;
+            portable = compute_upscaled_lsc_tables_polynom4th(dw, dh, &nvm, flip, exclude);
+        }
+        computed_lsc_tables *fast = compute_upscaled_lsc_tables_polynom4th(dw, dh, &nvm, flip, exclude);
+        const std::string what = std::to_string(w) + "x" + std::to_string(h) + " -> " +
+                                 std::to_string(dw) + "x" + std::to_string(dh);
+        ASSERT_EQ(portable == nullptr, fast == nullptr) << what;
+        if (portable != nullptr) {
+            for (size_t t = 0; t < tables.size(); ++t)
+                EXPECT_EQ(0, std::memcmp(portable->tables[t], fast->tables[t],
+                                         4 * size_t(dw) * dh * sizeof(float)))
+                    << what << " table " << t;
+        }
+        deinit_computed_upscale_lsc_tables(portable);
+        deinit_computed_upscale_lsc_tables(fast);
+    }
+}
+
+} // namespace
