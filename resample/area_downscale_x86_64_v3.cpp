@@ -189,8 +189,8 @@ __m256 vector_band_sum(const vector_rows<T> &vr, const lane_bands &b)
         const __m256 wr = _mm256_set1_ps(band_weight(vr.rows, r));
         const T *line = vr.region + size_t(r) * vr.stride;
         __m256i reg[Registers > 0 ? Registers : 1];
-        for (int j = 0; j < Registers; ++j)
-            reg[j] = widen8(line + vr.base + 8 * j);
+        if constexpr (Registers > 0)
+            load_window(reg, line + vr.base);
         for (int32_t t = 0; t < vr.length; ++t) {
             const __m256i col = _mm256_add_epi32(b.first, _mm256_set1_epi32(t));
             const __m256i active = _mm256_cmpgt_epi32(b.stop, col);
@@ -202,11 +202,7 @@ __m256 vector_band_sum(const vector_rows<T> &vr, const lane_bands &b)
             __m256 sample;
             if constexpr (Registers > 0) {
                 const __m256i idx = _mm256_add_epi32(rel, _mm256_set1_epi32(t));
-                __m256i picked = _mm256_permutevar8x32_epi32(reg[0], idx);
-                for (int j = 1; j < Registers; ++j)
-                    picked = _mm256_blendv_epi8(picked, _mm256_permutevar8x32_epi32(reg[j], idx),
-                                                _mm256_cmpgt_epi32(idx, _mm256_set1_epi32(8 * j - 1)));
-                sample = window_samples(line, picked);
+                sample = window_samples(line, window_pick(reg, idx));
             } else {
                 sample = load_samples(line, col, active, vr.region_offset + size_t(r) * vr.stride);
             }

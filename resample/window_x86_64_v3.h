@@ -52,30 +52,38 @@ inline __m256i widen8(const uint8_t *p)
     return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)));
 }
 
-// The elements p[0] ... p[8 * registers - 1], which the caller has checked
-// to be readable.
-struct window {
-    __m256i reg[kWindowRegisters];
-    int32_t registers;
-};
-
-template <typename T>
-inline void load_window(window &w, const T *p, int32_t registers)
+// Registers for lanes reading elements lower[k] ... upper[k] (lower[k] >=
+// base): the reach from base over the eight lanes, or 0 when some lane lies
+// before base or too far from it.
+inline int32_t window_registers(const int32_t *lower, const int32_t *upper, int32_t base)
 {
-    w.registers = registers;
-    for (int32_t j = 0; j < registers; ++j)
-        w.reg[j] = widen8(p + 8 * j);
+    int32_t reach = 0;
+    for (int k = 0; k < 8; ++k) {
+        if (lower[k] < base)
+            return 0;
+        reach = upper[k] + 1 - base > reach ? upper[k] + 1 - base : reach;
+    }
+    return window_registers(reach);
+}
+
+// Loads the window p[0] ... p[8 * Registers - 1], which the caller has
+// checked to be readable.
+template <int Registers, typename T>
+inline void load_window(__m256i (&reg)[Registers], const T *p)
+{
+    for (int j = 0; j < Registers; ++j)
+        reg[j] = widen8(p + 8 * j);
 }
 
 // Lane k receives element idx[k] of the window, for 0 <= idx[k] < 8 *
-// registers; other indices give an unspecified element of the window.
-inline __m256i window_pick(const window &w, __m256i idx)
+// Registers; other indices give an unspecified element of the window.
+template <int Registers>
+inline __m256i window_pick(const __m256i (&reg)[Registers], __m256i idx)
 {
-    __m256i r = _mm256_permutevar8x32_epi32(w.reg[0], idx);
-    for (int32_t j = 1; j < w.registers; ++j) {
-        const __m256i v = _mm256_permutevar8x32_epi32(w.reg[j], idx);
-        r = _mm256_blendv_epi8(r, v, _mm256_cmpgt_epi32(idx, _mm256_set1_epi32(8 * j - 1)));
-    }
+    __m256i r = _mm256_permutevar8x32_epi32(reg[0], idx);
+    for (int j = 1; j < Registers; ++j)
+        r = _mm256_blendv_epi8(r, _mm256_permutevar8x32_epi32(reg[j], idx),
+                               _mm256_cmpgt_epi32(idx, _mm256_set1_epi32(8 * j - 1)));
     return r;
 }
 
