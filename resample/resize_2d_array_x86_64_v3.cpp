@@ -316,6 +316,8 @@ struct wide_strip {
     alignas(32) int64_t wx0[kStripColumns];
     alignas(32) int64_t wx1[kStripColumns];
     alignas(32) int64_t h[2][kStripColumns];
+    // Window over x0 ... x0 + 1 of each vector of four columns, 0: gather.
+    int32_t registers[kStripColumns / 4];
     int64_t row[2];
     uint32_t n;
     uint32_t vector; // n rounded up to whole vectors of four
@@ -348,13 +350,40 @@ inline __m256i mul64_by_weight(__m256i h, __m256i w)
     return _mm256_add_epi64(low, _mm256_slli_epi64(high, 32));
 }
 
+// The pairs S[x0], S[x0 + 1] of four columns, as the low and high halves of
+// 64-bit lanes, permuted from a window at x0[0].
+template <int Registers>
+inline __m256i window_pairs4(const uint32_t *p, __m128i rel)
+{
+    __m256i reg[Registers];
+    load_window(reg, p);
+    const __m256i lower = _mm256_cvtepu32_epi64(rel);
+    const __m256i idx = _mm256_or_si256(
+        lower, _mm256_slli_epi64(_mm256_add_epi64(lower, _mm256_set1_epi64x(1)), 32));
+    return window_pick(reg, idx);
+}
+
+// `readable`: elements of the row from `line` on.
 template <bool Signed>
-void wide_row(wide_strip &s, const uint32_t *line, int64_t *h)
+void wide_row(wide_strip &s, const uint32_t *line, size_t readable, int64_t *h)
 {
     for (uint32_t k = 0; k < s.vector; k += 4) {
-        // One 64-bit read per column: the pair S[x0], S[x0 + 1].
         const __m128i x0 = _mm_load_si128(reinterpret_cast<const __m128i *>(s.x0 + k));
-        const __m256i pair = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(line), x0, 4);
+        const int32_t registers = s.registers[k / 4];
+        __m256i pair;
+        if (window_fits(registers, s.x0[k], readable)) {
+            const uint32_t *p = line + s.x0[k];
+            const __m128i rel = _mm_sub_epi32(x0, _mm_set1_epi32(s.x0[k]));
+            switch (registers) {
+            case 1: pair = window_pairs4<1>(p, rel); break;
+            case 2: pair = window_pairs4<2>(p, rel); break;
+            case 3: pair = window_pairs4<3>(p, rel); break;
+            default: pair = window_pairs4<4>(p, rel); break;
+            }
+        } else {
+            // One 64-bit read per column: the pair S[x0], S[x0 + 1].
+            pair = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(line), x0, 4);
+        }
         const __m256i sum = _mm256_add_epi64(mul32x32<Signed>(pair, load4x64(s.wx0 + k)),
                                              mul32x32<Signed>(_mm256_srli_epi64(pair, 32),
                                                               load4x64(s.wx1 + k)));
@@ -377,6 +406,11 @@ void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t
             s.wx1[k] = weight;
             s.wx0[k] = 4096 - weight;
         }
+        for (uint32_t v = 0; v < s.vector / 4; ++v) {
+            // Columns are non-decreasing: the last lane reads the most.
+            const int32_t reach = s.x0[4 * v + 3] + 2 - s.x0[4 * v];
+            s.registers[v] = window_registers(reach);
+        }
         s.row[0] = s.row[1] = -1;
         uint32_t pos_y = 0;
         for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
@@ -387,7 +421,7 @@ void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t
                 const uint32_t row = y0 + r;
                 int64_t *slot = s.h[row & 1];
                 if (s.row[row & 1] != row) {
-                    wide_row<Signed>(s, src + size_t(row) * src_stride, slot);
+                    wide_row<Signed>(s, src + size_t(row) * src_stride, src_stride, slot);
                     s.row[row & 1] = row;
                 }
                 h[r] = slot;
