@@ -499,7 +499,7 @@ struct float_strip {
 };
 
 // S[i0] and S[i1] of eight columns of one row of `width` floats.
-inline void float_pair(const float_strip &s, uint32_t k, const float *line, uint32_t width,
+__attribute__((always_inline)) inline void float_pair(const float_strip &s, uint32_t k, const float *line, uint32_t width,
                        __m256 &lower, __m256 &upper)
 {
     const int32_t registers = s.registers[k / 8];
@@ -530,13 +530,29 @@ void float_row_products(float_strip &s, const float *line, uint32_t width, uint3
 }
 
 // One output row from its two source rows, without the row cache.
+// Asks for the two cache lines from p on (a hint: never faults, reads
+// nothing).
+inline void prefetch_two_lines(const float *p)
+{
+    const uintptr_t at = reinterpret_cast<uintptr_t>(p);
+    _mm_prefetch(reinterpret_cast<const char *>(at), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char *>(at + 64), _MM_HINT_T0);
+}
+
+// `ahead`: distance in elements from row0 to the first source row of the
+// next output row (0 for the last one), whose samples are prefetched: the
+// strip walks the rows in sections too short for the hardware prefetcher.
 void direct_row(const float_strip &s, const float *row0, const float *row1, uint32_t width,
-                float fy_scalar, float *out, uint32_t n)
+                size_t ahead, float fy_scalar, float *out, uint32_t n)
 {
     const __m256 one = _mm256_set1_ps(1.0f);
     const __m256 fy = _mm256_set1_ps(fy_scalar);
     const __m256 gy = _mm256_set1_ps(1.0f - fy_scalar);
     for (uint32_t k = 0; k < n; k += 8) {
+        if (ahead != 0) {
+            prefetch_two_lines(row0 + s.i0[k] + ahead);
+            prefetch_two_lines(row1 + s.i0[k] + ahead);
+        }
         __m256 s00, s01, s10, s11;
         float_pair(s, k, row0, width, s00, s01);
         float_pair(s, k, row1, width, s10, s11);
@@ -583,8 +599,13 @@ void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_he
             if (scale_y >= 1.0f) {
                 // A reduction reads new rows for almost every output row:
                 // the products are formed in place, the same ones.
+                const size_t ahead =
+                    i + 1 < uint32_t(dst_height)
+                        ? size_t(float_axis_at(i + 1, scale_y, uint32_t(src_height)).i0 - ay.i0) *
+                              src_width
+                        : 0;
                 direct_row(s, src + size_t(ay.i0) * src_width, src + size_t(ay.i1) * src_width,
-                           src_width, ay.f, dst + size_t(i) * dst_width + j0, n);
+                           src_width, ahead, ay.f, dst + size_t(i) * dst_width + j0, n);
                 continue;
             }
             // Rows i0 and i1 may be equal (the last row): then both use one slot.

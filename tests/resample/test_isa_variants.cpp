@@ -164,6 +164,12 @@ std::vector<Extents> bilinear_extents()
     out.push_back({31, 7, 11, 3});
     out.push_back({9, 9, 9, 9});
     out.push_back({2049, 3, 1025, 2});
+    // Reductions whose eight columns span three or four registers, or more
+    // (then gathered), over a strip boundary.
+    out.push_back({1700, 3, 560, 2});
+    out.push_back({2100, 4, 600, 3});
+    out.push_back({130, 5, 37, 3});
+    out.push_back({100, 4, 33, 3});
     return out;
 }
 
