@@ -189,8 +189,16 @@ __m256 vector_band_sum(const vector_rows<T> &vr, const lane_bands &b)
         const __m256 wr = _mm256_set1_ps(band_weight(vr.rows, r));
         const T *line = vr.region + size_t(r) * vr.stride;
         __m256i reg[Registers > 0 ? Registers : 1];
-        if constexpr (Registers > 0)
+        if constexpr (Registers > 0) {
             load_window(reg, line + vr.base);
+            // The next output row reads about one band height further down;
+            // the strip walks the rows in sections too short for the
+            // hardware prefetcher. A hint: never faults, reads nothing.
+            const uintptr_t next = reinterpret_cast<uintptr_t>(line + vr.base) +
+                                   uintptr_t(vr.row_stop - vr.rows.first) * vr.stride * sizeof(T);
+            _mm_prefetch(reinterpret_cast<const char *>(next), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char *>(next + 64), _MM_HINT_T0);
+        }
         for (int32_t t = 0; t < vr.length; ++t) {
             const __m256i col = _mm256_add_epi32(b.first, _mm256_set1_epi32(t));
             const __m256i active = _mm256_cmpgt_epi32(b.stop, col);
