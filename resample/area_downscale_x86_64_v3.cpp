@@ -8,7 +8,11 @@
 //
 // The column bands depend on the output column only: they are tabled once
 // per strip of columns, in bounded stack buffers (the kernels allocate
-// nothing). No inline function with external linkage is called from here
+// nothing). Where the bands of a vector's eight outputs lie within a few
+// registers of one row, each band row is loaded whole once and every step
+// permutes its samples into the lanes; elsewhere (strong reductions, the
+// right edge of the plane) the samples are gathered. Both give each lane the
+// same sample. No inline function with external linkage is called from here
 // (see bicubic_math.h for why).
 #include <immintrin.h>
 
@@ -16,6 +20,7 @@
 #include <cstdint>
 
 #include "resample_x86_64_v3.h"
+#include "window_x86_64_v3.h"
 
 namespace {
 
@@ -77,6 +82,8 @@ struct column_strip {
     alignas(32) float first_weight[kStripColumns];
     alignas(32) float end_frac[kStripColumns];
     alignas(32) int32_t length[kStripColumns / 8]; // longest band of each vector
+    int32_t base[kStripColumns / 8];      // first column of each vector's first lane
+    int32_t registers[kStripColumns / 8]; // window of each vector, 0: gather
 };
 
 inline __m256i load8(const int32_t *p)
@@ -113,6 +120,16 @@ inline __m256 samples8(const uint16_t *line, __m256i col, __m256i active, size_t
     return _mm256_cvtepi32_ps(_mm256_srli_epi32(pairs, 16));
 }
 
+// Samples picked from a window, as floats.
+inline __m256 window_samples(const float *, __m256i picked)
+{
+    return _mm256_castsi256_ps(picked);
+}
+inline __m256 window_samples(const uint16_t *, __m256i picked)
+{
+    return _mm256_cvtepi32_ps(picked);
+}
+
 template <typename T>
 inline __m256 load_samples(const T *line, __m256i col, __m256i active, size_t line_start)
 {
@@ -139,11 +156,79 @@ inline void store_low16(uint16_t *out, __m256 v, uint32_t lanes)
         out[k] = tail[k];
 }
 
+// The column bands of one vector's eight lanes.
+struct lane_bands {
+    __m256i first, stop, end;
+    __m256 first_weight, end_frac;
+};
+
+// The rows of one output row's band, for one vector.
+template <typename T>
+struct vector_rows {
+    const T *region;
+    size_t stride;
+    size_t region_offset;
+    band rows;
+    uint32_t row_stop;
+    int32_t length; // longest column band of the lanes
+    int32_t base;   // window start (column of the region), when Registers > 0
+};
+
+template <typename T>
+vector_rows(const T *, size_t, size_t, band, uint32_t, int32_t, int32_t) -> vector_rows<T>;
+
+// Band sums of eight lanes: every band row, each left to right. With
+// Registers > 0 the samples of a band row come from a window of that many
+// registers loaded at column `base`; with 0 they are gathered.
+template <int Registers, typename T>
+__m256 vector_band_sum(const vector_rows<T> &vr, const lane_bands &b)
+{
+    __m256 sum = _mm256_setzero_ps();
+    const __m256i rel = _mm256_sub_epi32(b.first, _mm256_set1_epi32(vr.base));
+    for (uint32_t r = vr.rows.first; r < vr.row_stop; ++r) {
+        const __m256 wr = _mm256_set1_ps(band_weight(vr.rows, r));
+        const T *line = vr.region + size_t(r) * vr.stride;
+        __m256i reg[Registers > 0 ? Registers : 1];
+        if constexpr (Registers > 0) {
+            load_window(reg, line + vr.base);
+            // The next output row reads about one band height further down;
+            // the strip walks the rows in sections too short for the
+            // hardware prefetcher. A hint: never faults, reads nothing.
+            const uintptr_t next = reinterpret_cast<uintptr_t>(line + vr.base) +
+                                   uintptr_t(vr.row_stop - vr.rows.first) * vr.stride * sizeof(T);
+            _mm_prefetch(reinterpret_cast<const char *>(next), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char *>(next + 64), _MM_HINT_T0);
+        }
+        for (int32_t t = 0; t < vr.length; ++t) {
+            const __m256i col = _mm256_add_epi32(b.first, _mm256_set1_epi32(t));
+            const __m256i active = _mm256_cmpgt_epi32(b.stop, col);
+            // First-column weight over the last-partial one over 1.
+            __m256 wc = _mm256_blendv_ps(_mm256_set1_ps(1.0f), b.end_frac,
+                                         _mm256_castsi256_ps(_mm256_cmpeq_epi32(col, b.end)));
+            wc = _mm256_blendv_ps(wc, b.first_weight,
+                                  _mm256_castsi256_ps(_mm256_cmpeq_epi32(col, b.first)));
+            __m256 sample;
+            if constexpr (Registers > 0) {
+                const __m256i idx = _mm256_add_epi32(rel, _mm256_set1_epi32(t));
+                sample = window_samples(line, window_pick(reg, idx));
+            } else {
+                sample = load_samples(line, col, active, vr.region_offset + size_t(r) * vr.stride);
+            }
+            const __m256 stepped = _mm256_fmadd_ps(_mm256_mul_ps(wr, wc), sample, sum);
+            sum = _mm256_blendv_ps(sum, stepped, _mm256_castsi256_ps(active));
+        }
+    }
+    return sum;
+}
+
 template <typename T, typename Finish>
 void downscale(const T *src, uint16_t *dst, const area_geometry &geo, Finish finish)
 {
     const T *region = src + geo.region_offset;
     const size_t stride = geo.src_width;
+    // Elements of a plane row from the region's first column on: a window
+    // never reads past them.
+    const int64_t readable = int64_t(geo.src_width) - int64_t(geo.region_offset % geo.src_width);
     column_strip cs;
     band_walker cols(geo.ratio_x, geo.region_width);
     for (uint32_t x0 = 0; x0 < geo.dst_width; x0 += kStripColumns) {
@@ -163,6 +248,21 @@ void downscale(const T *src, uint16_t *dst, const area_geometry &geo, Finish fin
             for (uint32_t k = 8 * v; k < 8 * v + 8; ++k)
                 longest = cs.stop[k] - cs.first[k] > longest ? cs.stop[k] - cs.first[k] : longest;
             cs.length[v] = longest;
+            // Window from the first lane's first column over every sample an
+            // active lane reads.
+            const int32_t base = cs.first[8 * v];
+            int32_t reach = 0;
+            for (uint32_t k = 8 * v; k < 8 * v + 8; ++k) {
+                if (cs.stop[k] > cs.first[k] && cs.first[k] >= base)
+                    reach = cs.stop[k] - base > reach ? cs.stop[k] - base : reach;
+                else if (cs.stop[k] > cs.first[k])
+                    reach = kWindowElements + 1; // not reachable from base
+            }
+            int32_t registers = window_registers(reach);
+            if (int64_t(base) + 8 * int64_t(registers) > readable)
+                registers = 0;
+            cs.base[v] = base;
+            cs.registers[v] = registers;
         }
 
         band_walker rows(geo.ratio_y, geo.region_height);
@@ -172,28 +272,18 @@ void downscale(const T *src, uint16_t *dst, const area_geometry &geo, Finish fin
             uint16_t *out = dst + size_t(ky - 1) * geo.dst_width + x0;
             for (uint32_t v = 0; v < vector / 8; ++v) {
                 const uint32_t k = 8 * v;
-                const __m256i first = load8(cs.first + k);
-                const __m256i stop = load8(cs.stop + k);
-                const __m256i end = load8(cs.end + k);
-                const __m256 first_weight = _mm256_load_ps(cs.first_weight + k);
-                const __m256 end_frac = _mm256_load_ps(cs.end_frac + k);
-                __m256 sum = _mm256_setzero_ps();
-                for (uint32_t r = rb.first; r < row_stop; ++r) {
-                    const __m256 wr = _mm256_set1_ps(band_weight(rb, r));
-                    const T *line = region + size_t(r) * stride;
-                    const size_t line_start = geo.region_offset + size_t(r) * stride;
-                    for (int32_t t = 0; t < cs.length[v]; ++t) {
-                        const __m256i col = _mm256_add_epi32(first, _mm256_set1_epi32(t));
-                        const __m256i active = _mm256_cmpgt_epi32(stop, col);
-                        // First-column weight over the last-partial one over 1.
-                        __m256 wc = _mm256_blendv_ps(_mm256_set1_ps(1.0f), end_frac,
-                                                     _mm256_castsi256_ps(_mm256_cmpeq_epi32(col, end)));
-                        wc = _mm256_blendv_ps(wc, first_weight,
-                                              _mm256_castsi256_ps(_mm256_cmpeq_epi32(col, first)));
-                        const __m256 sample = load_samples(line, col, active, line_start);
-                        const __m256 stepped = _mm256_fmadd_ps(_mm256_mul_ps(wr, wc), sample, sum);
-                        sum = _mm256_blendv_ps(sum, stepped, _mm256_castsi256_ps(active));
-                    }
+                const lane_bands lanes = {load8(cs.first + k), load8(cs.stop + k), load8(cs.end + k),
+                                          _mm256_load_ps(cs.first_weight + k),
+                                          _mm256_load_ps(cs.end_frac + k)};
+                const vector_rows vr = {region, stride, geo.region_offset, rb, row_stop,
+                                        cs.length[v], cs.base[v]};
+                __m256 sum;
+                switch (cs.registers[v]) {
+                case 1: sum = vector_band_sum<1>(vr, lanes); break;
+                case 2: sum = vector_band_sum<2>(vr, lanes); break;
+                case 3: sum = vector_band_sum<3>(vr, lanes); break;
+                case 4: sum = vector_band_sum<4>(vr, lanes); break;
+                default: sum = vector_band_sum<0>(vr, lanes); break;
                 }
                 store_low16(out + k, finish(sum), min_u32(8, n - k));
             }

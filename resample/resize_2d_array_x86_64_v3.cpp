@@ -14,7 +14,10 @@
 //
 // Output columns are handled in strips whose per-column tables (lower index,
 // weights) and horizontal sums fit in bounded stack buffers: the kernels
-// allocate nothing. No inline function with external linkage is called from
+// allocate nothing. Where the samples of eight columns lie within a few
+// registers of a row (enlargements, mild reductions), they are loaded whole
+// and permuted into the lanes; elsewhere they are gathered. Both hand every
+// lane the same sample. No inline function with external linkage is called from
 // here (see bicubic_math.h for why).
 #include <immintrin.h>
 
@@ -22,6 +25,7 @@
 #include <cstdint>
 
 #include "resample_x86_64_v3.h"
+#include "window_x86_64_v3.h"
 
 namespace {
 
@@ -58,6 +62,10 @@ struct strip {
     // When every column of the strip puts its whole weight on one sample
     // (weights 0 and 256, as integer reductions give), pick[k] is that sample.
     alignas(32) int32_t pick[kStripColumns];
+    // Window of each vector of eight columns (0: gather): over x0 ... x0 + 1
+    // for the pairs, over the picks for whole weights.
+    int32_t pair_registers[kStripColumns / 8];
+    int32_t pick_registers[kStripColumns / 8];
     bool whole_weights;
     int64_t row[2];
     uint32_t n;      // columns in the strip
@@ -82,6 +90,43 @@ void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start,
         s.whole_weights = s.whole_weights && (s.wx1[k] == 0 || s.wx1[k] == 256);
         s.pick[k] = s.x0[k] + (s.wx1[k] == 256 ? 1 : 0);
     }
+    for (uint32_t v = 0; v < s.vector / 8; ++v) {
+        const int32_t *x0 = s.x0 + 8 * v;
+        int32_t x1[8];
+        for (int m = 0; m < 8; ++m)
+            x1[m] = x0[m] + 1;
+        s.pair_registers[v] = window_registers(x0, x1, x0[0]);
+        s.pick_registers[v] = window_registers(s.pick + 8 * v, s.pick + 8 * v, s.pick[8 * v]);
+    }
+}
+
+// Elements rel_a and rel_b of the window at p, lane by lane.
+template <int Registers, typename T>
+inline void window_pair(const T *p, __m256i rel_a, __m256i rel_b, __m256i &a, __m256i &b)
+{
+    __m256i reg[Registers];
+    load_window(reg, p);
+    a = window_pick(reg, rel_a);
+    b = window_pick(reg, rel_b);
+}
+
+template <typename T>
+inline void window_pair(int32_t registers, const T *p, __m256i rel_a, __m256i rel_b, __m256i &a,
+                        __m256i &b)
+{
+    switch (registers) {
+    case 1: window_pair<1>(p, rel_a, rel_b, a, b); break;
+    case 2: window_pair<2>(p, rel_a, rel_b, a, b); break;
+    case 3: window_pair<3>(p, rel_a, rel_b, a, b); break;
+    default: window_pair<4>(p, rel_a, rel_b, a, b); break;
+    }
+}
+
+// A window of `registers` registers starting at element `base`, `readable`
+// elements being readable from element 0.
+inline bool window_fits(int32_t registers, int32_t base, size_t readable)
+{
+    return registers != 0 && size_t(base) + 8 * size_t(registers) <= readable;
 }
 
 
@@ -119,20 +164,26 @@ template <typename T>
 void horizontal_row(const strip &s, const T *row, size_t readable, uint32_t *h)
 {
     const size_t samples_read = wide_read_bytes(row) / sizeof(T);
-    uint32_t k = 0;
-    for (; k < s.vector; k += 8) {
-        // The last column of the vector reads the most.
-        if (size_t(s.x0[k + 7]) + samples_read > readable)
-            break;
+    for (uint32_t k = 0; k < s.vector; k += 8) {
         __m256i lo, hi;
-        pairs8(row, load8(s.x0 + k), lo, hi);
+        const int32_t registers = s.pair_registers[k / 8];
+        if (window_fits(registers, s.x0[k], readable)) {
+            const __m256i rel = _mm256_sub_epi32(load8(s.x0 + k), _mm256_set1_epi32(s.x0[k]));
+            window_pair(registers, row + s.x0[k], rel, _mm256_add_epi32(rel, _mm256_set1_epi32(1)),
+                        lo, hi);
+        } else if (size_t(s.x0[k + 7]) + samples_read <= readable) {
+            // The last column of the vector reads the most.
+            pairs8(row, load8(s.x0 + k), lo, hi);
+        } else {
+            for (uint32_t m = k; m < k + 8; ++m)
+                h[m] = uint32_t(row[s.x0[m]]) * uint32_t(s.wx0[m]) +
+                       uint32_t(row[s.x0[m] + 1]) * uint32_t(s.wx1[m]);
+            continue;
+        }
         const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(lo, load8(s.wx0 + k)),
                                              _mm256_mullo_epi32(hi, load8(s.wx1 + k)));
         _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
     }
-    for (; k < s.vector; ++k)
-        h[k] = uint32_t(row[s.x0[k]]) * uint32_t(s.wx0[k]) +
-               uint32_t(row[s.x0[k] + 1]) * uint32_t(s.wx1[k]);
 }
 
 // Eight results (each below 2^16, or 2^8 for 8-bit samples) narrowed.
@@ -154,13 +205,22 @@ inline void store8(uint8_t *out, __m256i r)
 template <typename T>
 void pick_row(const strip &s, const T *line, size_t readable, T *out, size_t dst_step)
 {
-    uint32_t k = 0;
-    for (; k < s.n; k += 8) {
-        if (size_t(s.pick[k + 7]) + 4 / sizeof(T) > readable)
-            break;
-        const __m256i four = _mm256_i32gather_epi32(reinterpret_cast<const int *>(line),
-                                                    load8(s.pick + k), int(sizeof(T)));
-        const __m256i r = _mm256_and_si256(four, _mm256_set1_epi32(sizeof(T) == 1 ? 0xFF : 0xFFFF));
+    for (uint32_t k = 0; k < s.n; k += 8) {
+        __m256i r;
+        const int32_t registers = s.pick_registers[k / 8];
+        if (window_fits(registers, s.pick[k], readable)) {
+            const __m256i rel = _mm256_sub_epi32(load8(s.pick + k), _mm256_set1_epi32(s.pick[k]));
+            __m256i unused;
+            window_pair(registers, line + s.pick[k], rel, rel, r, unused);
+        } else if (size_t(s.pick[k + 7]) + 4 / sizeof(T) <= readable) {
+            const __m256i four = _mm256_i32gather_epi32(reinterpret_cast<const int *>(line),
+                                                        load8(s.pick + k), int(sizeof(T)));
+            r = _mm256_and_si256(four, _mm256_set1_epi32(sizeof(T) == 1 ? 0xFF : 0xFFFF));
+        } else {
+            for (uint32_t m = k; m < k + 8 && m < s.n; ++m)
+                out[m * dst_step] = line[s.pick[m]];
+            continue;
+        }
         if (dst_step == 1 && k + 8 <= s.n) {
             store8(out + k, r);
             continue;
@@ -170,8 +230,6 @@ void pick_row(const strip &s, const T *line, size_t readable, T *out, size_t dst
         for (uint32_t m = 0; m < 8 && k + m < s.n; ++m)
             out[(k + m) * dst_step] = tail[m];
     }
-    for (; k < s.n; ++k)
-        out[k * dst_step] = line[s.pick[k]];
 }
 
 template <typename T>
@@ -258,6 +316,8 @@ struct wide_strip {
     alignas(32) int64_t wx0[kStripColumns];
     alignas(32) int64_t wx1[kStripColumns];
     alignas(32) int64_t h[2][kStripColumns];
+    // Window over x0 ... x0 + 1 of each vector of four columns, 0: gather.
+    int32_t registers[kStripColumns / 4];
     int64_t row[2];
     uint32_t n;
     uint32_t vector; // n rounded up to whole vectors of four
@@ -290,13 +350,40 @@ inline __m256i mul64_by_weight(__m256i h, __m256i w)
     return _mm256_add_epi64(low, _mm256_slli_epi64(high, 32));
 }
 
+// The pairs S[x0], S[x0 + 1] of four columns, as the low and high halves of
+// 64-bit lanes, permuted from a window at x0[0].
+template <int Registers>
+inline __m256i window_pairs4(const uint32_t *p, __m128i rel)
+{
+    __m256i reg[Registers];
+    load_window(reg, p);
+    const __m256i lower = _mm256_cvtepu32_epi64(rel);
+    const __m256i idx = _mm256_or_si256(
+        lower, _mm256_slli_epi64(_mm256_add_epi64(lower, _mm256_set1_epi64x(1)), 32));
+    return window_pick(reg, idx);
+}
+
+// `readable`: elements of the row from `line` on.
 template <bool Signed>
-void wide_row(wide_strip &s, const uint32_t *line, int64_t *h)
+void wide_row(wide_strip &s, const uint32_t *line, size_t readable, int64_t *h)
 {
     for (uint32_t k = 0; k < s.vector; k += 4) {
-        // One 64-bit read per column: the pair S[x0], S[x0 + 1].
         const __m128i x0 = _mm_load_si128(reinterpret_cast<const __m128i *>(s.x0 + k));
-        const __m256i pair = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(line), x0, 4);
+        const int32_t registers = s.registers[k / 4];
+        __m256i pair;
+        if (window_fits(registers, s.x0[k], readable)) {
+            const uint32_t *p = line + s.x0[k];
+            const __m128i rel = _mm_sub_epi32(x0, _mm_set1_epi32(s.x0[k]));
+            switch (registers) {
+            case 1: pair = window_pairs4<1>(p, rel); break;
+            case 2: pair = window_pairs4<2>(p, rel); break;
+            case 3: pair = window_pairs4<3>(p, rel); break;
+            default: pair = window_pairs4<4>(p, rel); break;
+            }
+        } else {
+            // One 64-bit read per column: the pair S[x0], S[x0 + 1].
+            pair = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(line), x0, 4);
+        }
         const __m256i sum = _mm256_add_epi64(mul32x32<Signed>(pair, load4x64(s.wx0 + k)),
                                              mul32x32<Signed>(_mm256_srli_epi64(pair, 32),
                                                               load4x64(s.wx1 + k)));
@@ -319,6 +406,11 @@ void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t
             s.wx1[k] = weight;
             s.wx0[k] = 4096 - weight;
         }
+        for (uint32_t v = 0; v < s.vector / 4; ++v) {
+            // Columns are non-decreasing: the last lane reads the most.
+            const int32_t reach = s.x0[4 * v + 3] + 2 - s.x0[4 * v];
+            s.registers[v] = window_registers(reach);
+        }
         s.row[0] = s.row[1] = -1;
         uint32_t pos_y = 0;
         for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
@@ -329,7 +421,7 @@ void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t
                 const uint32_t row = y0 + r;
                 int64_t *slot = s.h[row & 1];
                 if (s.row[row & 1] != row) {
-                    wide_row<Signed>(s, src + size_t(row) * src_stride, slot);
+                    wide_row<Signed>(s, src + size_t(row) * src_stride, src_stride, slot);
                     s.row[row & 1] = row;
                 }
                 h[r] = slot;
@@ -402,37 +494,74 @@ struct float_strip {
     // involve the vertical fraction.
     alignas(32) float a[2][kStripColumns];
     alignas(32) float b[2][kStripColumns];
+    int32_t registers[kStripColumns / 8]; // window over i0 ... i1 of each vector, 0: gather
     int64_t row[2];
 };
 
-void float_row_products(float_strip &s, const float *line, uint32_t vector, uint32_t slot)
+// S[i0] and S[i1] of eight columns of one row of `width` floats.
+__attribute__((always_inline)) inline void float_pair(const float_strip &s, uint32_t k, const float *line, uint32_t width,
+                       __m256 &lower, __m256 &upper)
+{
+    const int32_t registers = s.registers[k / 8];
+    if (window_fits(registers, s.i0[k], width)) {
+        const __m256i base = _mm256_set1_epi32(s.i0[k]);
+        __m256i a, b;
+        window_pair(registers, line + s.i0[k], _mm256_sub_epi32(load8(s.i0 + k), base),
+                    _mm256_sub_epi32(load8(s.i1 + k), base), a, b);
+        lower = _mm256_castsi256_ps(a);
+        upper = _mm256_castsi256_ps(b);
+        return;
+    }
+    lower = _mm256_i32gather_ps(line, load8(s.i0 + k), 4);
+    upper = _mm256_i32gather_ps(line, load8(s.i1 + k), 4);
+}
+
+void float_row_products(float_strip &s, const float *line, uint32_t width, uint32_t vector,
+                        uint32_t slot)
 {
     const __m256 one = _mm256_set1_ps(1.0f);
     for (uint32_t k = 0; k < vector; k += 8) {
         const __m256 fx = _mm256_load_ps(s.fx + k);
-        const __m256 lower = _mm256_i32gather_ps(line, load8(s.i0 + k), 4);
-        const __m256 upper = _mm256_i32gather_ps(line, load8(s.i1 + k), 4);
+        __m256 lower, upper;
+        float_pair(s, k, line, width, lower, upper);
         _mm256_store_ps(s.a[slot] + k, _mm256_mul_ps(_mm256_sub_ps(one, fx), lower));
         _mm256_store_ps(s.b[slot] + k, _mm256_mul_ps(fx, upper));
     }
 }
 
 // One output row from its two source rows, without the row cache.
-void direct_row(const float_strip &s, const float *row0, const float *row1, float fy_scalar,
-                float *out, uint32_t n)
+// Asks for the two cache lines from p on (a hint: never faults, reads
+// nothing).
+inline void prefetch_two_lines(const float *p)
+{
+    const uintptr_t at = reinterpret_cast<uintptr_t>(p);
+    _mm_prefetch(reinterpret_cast<const char *>(at), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char *>(at + 64), _MM_HINT_T0);
+}
+
+// `ahead`: distance in elements from row0 to the first source row of the
+// next output row (0 for the last one), whose samples are prefetched: the
+// strip walks the rows in sections too short for the hardware prefetcher.
+void direct_row(const float_strip &s, const float *row0, const float *row1, uint32_t width,
+                size_t ahead, float fy_scalar, float *out, uint32_t n)
 {
     const __m256 one = _mm256_set1_ps(1.0f);
     const __m256 fy = _mm256_set1_ps(fy_scalar);
     const __m256 gy = _mm256_set1_ps(1.0f - fy_scalar);
     for (uint32_t k = 0; k < n; k += 8) {
-        const __m256i i0 = load8(s.i0 + k);
-        const __m256i i1 = load8(s.i1 + k);
+        if (ahead != 0) {
+            prefetch_two_lines(row0 + s.i0[k] + ahead);
+            prefetch_two_lines(row1 + s.i0[k] + ahead);
+        }
+        __m256 s00, s01, s10, s11;
+        float_pair(s, k, row0, width, s00, s01);
+        float_pair(s, k, row1, width, s10, s11);
         const __m256 fx = _mm256_load_ps(s.fx + k);
         const __m256 gx = _mm256_sub_ps(one, fx);
-        const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, _mm256_i32gather_ps(row0, i1, 4)), gy);
-        const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, _mm256_i32gather_ps(row0, i0, 4)), gy, inner);
-        const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, _mm256_i32gather_ps(row1, i0, 4)), fy, low);
-        const __m256 v = _mm256_fmadd_ps(_mm256_mul_ps(fx, _mm256_i32gather_ps(row1, i1, 4)), fy, mid);
+        const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, s01), gy);
+        const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, s00), gy, inner);
+        const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, s10), fy, low);
+        const __m256 v = _mm256_fmadd_ps(_mm256_mul_ps(fx, s11), fy, mid);
         if (k + 8 <= n) {
             _mm256_storeu_ps(out + k, v);
         } else {
@@ -462,14 +591,21 @@ void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_he
             s.i1[k] = int32_t(ax.i1);
             s.fx[k] = ax.f;
         }
+        for (uint32_t v = 0; v < vector / 8; ++v)
+            s.registers[v] = window_registers(s.i0 + 8 * v, s.i1 + 8 * v, s.i0[8 * v]);
         s.row[0] = s.row[1] = -1;
         for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
             const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
             if (scale_y >= 1.0f) {
                 // A reduction reads new rows for almost every output row:
                 // the products are formed in place, the same ones.
+                const size_t ahead =
+                    i + 1 < uint32_t(dst_height)
+                        ? size_t(float_axis_at(i + 1, scale_y, uint32_t(src_height)).i0 - ay.i0) *
+                              src_width
+                        : 0;
                 direct_row(s, src + size_t(ay.i0) * src_width, src + size_t(ay.i1) * src_width,
-                           ay.f, dst + size_t(i) * dst_width + j0, n);
+                           src_width, ahead, ay.f, dst + size_t(i) * dst_width + j0, n);
                 continue;
             }
             // Rows i0 and i1 may be equal (the last row): then both use one slot.
@@ -478,7 +614,7 @@ void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_he
             for (int r = 0; r < 2; ++r) {
                 const uint32_t slot = rows[r] & 1;
                 if (s.row[slot] != rows[r]) {
-                    float_row_products(s, src + size_t(rows[r]) * src_width, vector, slot);
+                    float_row_products(s, src + size_t(rows[r]) * src_width, src_width, vector, slot);
                     s.row[slot] = rows[r];
                 }
                 slots[r] = slot;

@@ -164,6 +164,12 @@ std::vector<Extents> bilinear_extents()
     out.push_back({31, 7, 11, 3});
     out.push_back({9, 9, 9, 9});
     out.push_back({2049, 3, 1025, 2});
+    // Reductions whose eight columns span three or four registers, or more
+    // (then gathered), over a strip boundary.
+    out.push_back({1700, 3, 560, 2});
+    out.push_back({2100, 4, 600, 3});
+    out.push_back({130, 5, 37, 3});
+    out.push_back({100, 4, 33, 3});
     return out;
 }
 
@@ -244,14 +250,28 @@ TEST_F(IsaVariants, AreaDownscale)
             return image_downscale_u16_to_u16(in, out, sw, sh, in_bits, dw, dh, out_bits, 1, region);
         }, "u16 " + describe(e));
     }
-    const Extents big[] = {{1200, 6, 1100, 3}, {2000, 9, 600, 4}};
+    // Integer and near-integer reductions: the bands of eight outputs fill
+    // one to four registers or more than four (the samples are then
+    // gathered), with the last vectors at the plane's right edge.
+    const Extents big[] = {{1200, 6, 1100, 3}, {2000, 9, 600, 4},  {256, 6, 128, 3},
+                           {387, 9, 129, 3},   {516, 8, 129, 4},  {129, 5, 32, 3},
+                           {645, 10, 129, 5},  {1001, 7, 230, 3}, {91, 6, 21, 3}};
     for (const Extents &e : big) {
         const auto u16 = random_plane<uint16_t>(size_t(e.sw) * e.sh, seed++);
-        expect_same_bits<uint16_t>(size_t(e.dw) * e.dh, [&](uint16_t *dst) {
-            const uint16_t *in[1] = {u16.data()};
-            uint16_t *out[1] = {dst};
-            return image_downscale_u16_to_u16(in, out, e.sw, e.sh, 10, e.dw, e.dh, 10, 1, nullptr);
-        }, "u16 " + describe(e));
+        const auto f = random_plane<float>(size_t(e.sw) * e.sh, seed++);
+        const uint16_t roi[4] = {1, 1, uint16_t(e.sw - 1), uint16_t(e.sh - 1)};
+        for (const uint16_t *region : {static_cast<const uint16_t *>(nullptr), roi}) {
+            expect_same_bits<uint16_t>(size_t(e.dw) * e.dh, [&](uint16_t *dst) {
+                const uint16_t *in[1] = {u16.data()};
+                uint16_t *out[1] = {dst};
+                return image_downscale_u16_to_u16(in, out, e.sw, e.sh, 10, e.dw, e.dh, 10, 1, region);
+            }, "u16 " + describe(e));
+            expect_same_bits<uint16_t>(size_t(e.dw) * e.dh, [&](uint16_t *dst) {
+                const float *in[1] = {f.data()};
+                uint16_t *out[1] = {dst};
+                return image_downscale_32f_to_u16p10(in, out, e.sw, e.sh, e.dw, e.dh, 1, region);
+            }, "32f " + describe(e));
+        }
     }
 }
 
