@@ -17,6 +17,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "area_bands.h"
 #include "ej_cmc_resample.h"
 #include "isa_dispatch.h"
 #include "resample_x86_64_v3.h"
@@ -82,41 +83,6 @@ uint32_t validate(const void *src_planes, const void *dst_planes, uint16_t src_w
     return 0;
 }
 
-// One band on one axis: samples first ... last_exclusive - 1, the first
-// weighing first_weight, a trailing partial sample (when end_frac != 0)
-// weighing end_frac, the others 1.
-struct band {
-    uint32_t first;
-    uint32_t end;      // floor of the band's end; samples first ... end - 1 are whole or first
-    float first_weight;
-    float end_frac;    // weight of sample `end` when non-zero
-};
-
-// Steps one axis from output to output; the next band starts where the
-// previous one ended.
-class band_walker {
-public:
-    band_walker(float ratio, float extent) : ratio_(ratio), extent_(extent) {}
-
-    band next(uint32_t k)
-    {
-        float e = float(k) * ratio_;
-        if (e > extent_)
-            e = extent_;
-        const uint32_t end = uint32_t(uint16_t(std::floor(e)));
-        const float frac = e - float(end);
-        const band b = {prev_end_, end, 1.0f - prev_frac_, frac};
-        prev_end_ = end;
-        prev_frac_ = frac;
-        return b;
-    }
-
-private:
-    float ratio_;
-    float extent_;
-    uint32_t prev_end_ = 0;
-    float prev_frac_ = 0.0f;
-};
 
 // Weight of sample s of a band: the first-sample rule takes precedence over
 // the trailing-partial rule.

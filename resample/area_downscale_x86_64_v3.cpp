@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "area_bands.h"
 #include "resample_x86_64_v3.h"
 #include "window_x86_64_v3.h"
 
@@ -31,37 +32,6 @@ inline uint32_t min_u32(uint32_t a, uint32_t b)
     return a < b ? a : b;
 }
 
-// One band on one axis, as the portable band walker yields it.
-struct band {
-    uint32_t first;
-    uint32_t end;
-    float first_weight;
-    float end_frac;
-};
-
-class band_walker {
-public:
-    band_walker(float ratio, float extent) : ratio_(ratio), extent_(extent) {}
-
-    band next(uint32_t k)
-    {
-        float e = float(k) * ratio_;
-        if (e > extent_)
-            e = extent_;
-        const uint32_t end = uint32_t(uint16_t(__builtin_floorf(e)));
-        const float frac = e - float(end);
-        const band b = {prev_end_, end, 1.0f - prev_frac_, frac};
-        prev_end_ = end;
-        prev_frac_ = frac;
-        return b;
-    }
-
-private:
-    float ratio_;
-    float extent_;
-    uint32_t prev_end_ = 0;
-    float prev_frac_ = 0.0f;
-};
 
 inline uint32_t band_stop(const band &b)
 {
