@@ -53,6 +53,38 @@ lsc_dot_span interior_span(const GridInterior &in)
 }
 #endif
 
+// The portable loops of every product: dst(i, j) = the sum of a(i, s) * b(s, j)
+// over the samples s in ascending order, all of 0 ... inner - 1 or, with
+// `in`, only the interior of the grid. A vector is read as a one-column
+// matrix (column stride 0). Rows of a are the outer loop.
+void product_loops(const float *a, int32_t a_row_stride, int32_t a_col_stride, int32_t a_height,
+                   const float *b, int32_t b_row_stride, int32_t b_col_stride, int32_t b_width,
+                   float *dst, int32_t dst_row_stride, int32_t dst_col_stride,
+                   const GridInterior *in, int32_t inner)
+{
+    for (ptrdiff_t i = 0; i < a_height; ++i) {
+        for (ptrdiff_t j = 0; j < b_width; ++j) {
+            float acc = 0.0f;
+            const auto add_term = [&](ptrdiff_t s) {
+                acc = std::fma(*element(a, i, s, a_row_stride, a_col_stride),
+                               *element(b, s, j, b_row_stride, b_col_stride), acc);
+            };
+            if (in == nullptr) {
+                for (ptrdiff_t s = 0; s < inner; ++s)
+                    add_term(s);
+            } else {
+                // Interior rows, then columns: ascending interior index k.
+                for (int64_t r = 0; !in->empty() && r < in->ih; ++r) {
+                    const int64_t row_start = (in->first_row + r) * in->width + in->first_col;
+                    for (int64_t q = 0; q < in->iw; ++q)
+                        add_term(static_cast<ptrdiff_t>(row_start + q));
+                }
+            }
+            *element(dst, i, j, dst_row_stride, dst_col_stride) = acc;
+        }
+    }
+}
+
 } // namespace
 
 uint32_t transpose_m(const float *src, int32_t src_row_stride, int32_t src_col_stride,
@@ -89,15 +121,8 @@ uint32_t mul_mm(const float *a, int32_t a_row_stride, int32_t a_col_stride, int3
         return 0;
     }
 #endif
-    for (ptrdiff_t i = 0; i < a_height; ++i) {
-        for (ptrdiff_t j = 0; j < b_width; ++j) {
-            float acc = 0.0f;
-            for (ptrdiff_t k = 0; k < a_width; ++k)
-                acc = std::fma(*element(a, i, k, a_row_stride, a_col_stride),
-                               *element(b, k, j, b_row_stride, b_col_stride), acc);
-            *element(dst, i, j, dst_row_stride, dst_col_stride) = acc;
-        }
-    }
+    product_loops(a, a_row_stride, a_col_stride, a_height, b, b_row_stride, b_col_stride, b_width,
+                  dst, dst_row_stride, dst_col_stride, nullptr, a_width);
     return 0;
 }
 
@@ -122,21 +147,8 @@ uint32_t mul_mm_lsc(const float *a, int32_t a_row_stride, int32_t a_col_stride, 
         return 0;
     }
 #endif
-    for (ptrdiff_t i = 0; i < a_height; ++i) {
-        for (ptrdiff_t j = 0; j < b_width; ++j) {
-            float acc = 0.0f;
-            // Interior rows, then columns: ascending interior index k.
-            for (int64_t r = 0; !in.empty() && r < in.ih; ++r) {
-                const int64_t row_start = (in.first_row + r) * in.width + in.first_col;
-                for (int64_t q = 0; q < in.iw; ++q) {
-                    const ptrdiff_t s = static_cast<ptrdiff_t>(row_start + q);
-                    acc = std::fma(*element(a, i, s, a_row_stride, a_col_stride),
-                                   *element(b, s, j, b_row_stride, b_col_stride), acc);
-                }
-            }
-            *element(dst, i, j, dst_row_stride, dst_col_stride) = acc;
-        }
-    }
+    product_loops(a, a_row_stride, a_col_stride, a_height, b, b_row_stride, b_col_stride, b_width,
+                  dst, dst_row_stride, dst_col_stride, &in, a_width);
     return 0;
 }
 
@@ -157,13 +169,8 @@ uint32_t mul_mv(const float *a, int32_t a_row_stride, int32_t a_col_stride, int3
         return 0;
     }
 #endif
-    for (ptrdiff_t i = 0; i < a_height; ++i) {
-        float acc = 0.0f;
-        for (ptrdiff_t k = 0; k < a_width; ++k)
-            acc = std::fma(*element(a, i, k, a_row_stride, a_col_stride), *element(x, k, 0, x_stride, 0),
-                           acc);
-        *element(y, i, 0, y_stride, 0) = acc;
-    }
+    product_loops(a, a_row_stride, a_col_stride, a_height, x, x_stride, 0, 1, y, y_stride, 0,
+                  nullptr, a_width);
     return 0;
 }
 
@@ -186,17 +193,7 @@ uint32_t mul_mv_lsc(const float *a, int32_t a_row_stride, int32_t a_col_stride, 
         return 0;
     }
 #endif
-    for (ptrdiff_t i = 0; i < a_height; ++i) {
-        float acc = 0.0f;
-        for (int64_t r = 0; !in.empty() && r < in.ih; ++r) {
-            const int64_t row_start = (in.first_row + r) * in.width + in.first_col;
-            for (int64_t q = 0; q < in.iw; ++q) {
-                const ptrdiff_t s = static_cast<ptrdiff_t>(row_start + q);
-                acc = std::fma(*element(a, i, s, a_row_stride, a_col_stride),
-                               *element(x, s, 0, x_stride, 0), acc);
-            }
-        }
-        *element(y, i, 0, y_stride, 0) = acc;
-    }
+    product_loops(a, a_row_stride, a_col_stride, a_height, x, x_stride, 0, 1, y, y_stride, 0, &in,
+                  a_width);
     return 0;
 }
