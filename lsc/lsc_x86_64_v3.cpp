@@ -341,3 +341,51 @@ bool lsc_normalise_x86_64_v3(float *plane, size_t count)
     }
     return true;
 }
+
+// The elimination with the hardware fused multiply-add: the portable loop
+// calls the C library's fma for every update. The updates of one row are
+// independent across j, but n is 15 here, so the scalar instruction keeps
+// the code plain; the order of k, i and j is the portable one.
+void lsc_lu_eliminate_x86_64_v3(float *work, int32_t work_row_stride, int32_t work_col_stride,
+                                uint32_t *pivot, float *dst, int32_t dst_row_stride,
+                                int32_t dst_col_stride, int64_t n)
+{
+    auto a = [&](int64_t r, int64_t c) -> float & {
+        return *at(work, ptrdiff_t(r) * work_row_stride + ptrdiff_t(c) * work_col_stride);
+    };
+    auto out = [&](int64_t r, int64_t c) -> float & {
+        return *at(dst, ptrdiff_t(r) * dst_row_stride + ptrdiff_t(c) * dst_col_stride);
+    };
+    out(0, 0) = a(0, 0);
+    for (int64_t k = 0; k + 1 < n; ++k) {
+        const float p = a(k, k);
+        for (int64_t i = k + 1; i < n; ++i) {
+            out(i, k) = a(i, k) / p;
+            out(k, i) = a(k, i);
+        }
+        for (int64_t i = k + 1; i < n; ++i) {
+            const float l = -out(i, k);
+            for (int64_t j = k + 1; j < n; ++j)
+                a(i, j) = __builtin_fmaf(l, out(k, j), a(i, j));
+        }
+        out(k + 1, k + 1) = a(k + 1, k + 1);
+        pivot[k] = uint32_t(k);
+    }
+    pivot[n - 1] = uint32_t(n - 1);
+}
+
+void lsc_substitute_x86_64_v3(const float *lu, const float *b, float *t, float *c, size_t n)
+{
+    for (size_t i = 0; i < n; ++i) {
+        float acc = 0.0f;
+        for (size_t j = 0; j < i; ++j)
+            acc = __builtin_fmaf(lu[i * n + j], t[j], acc);
+        t[i] = b[i] - acc;
+    }
+    for (size_t i = n; i-- > 0;) {
+        float acc = 0.0f;
+        for (size_t j = i + 1; j < n; ++j)
+            acc = __builtin_fmaf(lu[i * n + j], c[j], acc);
+        c[i] = (t[i] - acc) / lu[i * n + i];
+    }
+}
