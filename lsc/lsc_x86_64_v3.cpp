@@ -67,6 +67,8 @@ bool lsc_lane_stride_fits(int32_t stride)
 // through one span together: their sums are independent, so the latencies of
 // their fused multiply-adds overlap. Each sum keeps its own order.
 constexpr int64_t kGroups = 4;
+// Rows of a that mul_mm takes through one span together.
+constexpr int64_t kRowsTogether = 2;
 
 namespace {
 
@@ -169,21 +171,29 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
 {
     const __m256i lane_offset =
         _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(b_col_stride));
-    for (int64_t i = 0; i < a_height; ++i) {
-        const float *a_row = at(a, ptrdiff_t(i) * a_row_stride);
+    // Two rows of a go through the span together: their sums are independent
+    // of each other as well, and they share the loads of b.
+    for (int64_t i = 0; i < a_height; i += kRowsTogether) {
+        const int64_t rows = a_height - i < kRowsTogether ? a_height - i : kRowsTogether;
+        const float *a_row[kRowsTogether];
+        for (int64_t r = 0; r < kRowsTogether; ++r)
+            a_row[r] = at(a, ptrdiff_t(i + (r < rows ? r : 0)) * a_row_stride);
         for (int64_t first = 0; first < b_width; first += 8 * kGroups) {
             const int64_t groups =
                 (b_width - first + 7) / 8 < kGroups ? (b_width - first + 7) / 8 : kGroups;
             __m256 mask[kGroups];
             const float *cols[kGroups];
-            __m256 acc[kGroups];
+            __m256 acc[kRowsTogether][kGroups];
             for (int64_t g = 0; g < groups; ++g) {
                 mask[g] = _mm256_castsi256_ps(first_lanes(b_width - first - 8 * g));
                 cols[g] = at(b, ptrdiff_t(first + 8 * g) * b_col_stride);
-                acc[g] = _mm256_setzero_ps();
+                for (int64_t r = 0; r < kRowsTogether; ++r)
+                    acc[r][g] = _mm256_setzero_ps();
             }
             for_each_index(span, [&](int64_t s) {
-                const __m256 as = _mm256_set1_ps(*at(a_row, ptrdiff_t(s) * a_col_stride));
+                __m256 as[kRowsTogether] = {};
+                for (int64_t r = 0; r < rows; ++r)
+                    as[r] = _mm256_set1_ps(*at(a_row[r], ptrdiff_t(s) * a_col_stride));
                 const ptrdiff_t row = ptrdiff_t(s) * b_row_stride;
                 for (int64_t g = 0; g < groups; ++g) {
                     // Columns one float apart are one (masked) load.
@@ -192,13 +202,15 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
                             ? _mm256_maskload_ps(at(cols[g], row), _mm256_castps_si256(mask[g]))
                             : _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(cols[g], row),
                                                        lane_offset, mask[g], 1);
-                    acc[g] = _mm256_fmadd_ps(as, bs, acc[g]);
+                    for (int64_t r = 0; r < rows; ++r)
+                        acc[r][g] = _mm256_fmadd_ps(as[r], bs, acc[r][g]);
                 }
             });
-            for (int64_t g = 0; g < groups; ++g)
-                store_lanes(at(dst, ptrdiff_t(i) * dst_row_stride +
-                                        ptrdiff_t(first + 8 * g) * dst_col_stride),
-                            dst_col_stride, acc[g], b_width - first - 8 * g);
+            for (int64_t r = 0; r < rows; ++r)
+                for (int64_t g = 0; g < groups; ++g)
+                    store_lanes(at(dst, ptrdiff_t(i + r) * dst_row_stride +
+                                            ptrdiff_t(first + 8 * g) * dst_col_stride),
+                                dst_col_stride, acc[r][g], b_width - first - 8 * g);
         }
     }
 }
