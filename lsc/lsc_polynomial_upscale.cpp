@@ -132,8 +132,15 @@ uint32_t lsc_polynomial_upscale_float(const float *design_t, const float *lu,
             Vector t(num_terms);
             if (t.data == nullptr)
                 return 2;
-            forward_substitution(lu, b.data, t.data, num_terms);
-            back_substitution(lu, t.data, c.data, num_terms);
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+            if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+                lsc_substitute_x86_64_v3(lu, b.data, t.data, c.data, num_terms);
+            } else
+#endif
+            {
+                forward_substitution(lu, b.data, t.data, num_terms);
+                back_substitution(lu, t.data, c.data, num_terms);
+            }
         }
         // A single target row or column has no step size (it would divide by
         // zero): the coefficients are solved but nothing is evaluated.

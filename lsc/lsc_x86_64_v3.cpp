@@ -67,6 +67,8 @@ bool lsc_lane_stride_fits(int32_t stride)
 // through one span together: their sums are independent, so the latencies of
 // their fused multiply-adds overlap. Each sum keeps its own order.
 constexpr int64_t kGroups = 4;
+// Rows of a that mul_mm takes through one span together.
+constexpr int64_t kRowsTogether = 2;
 
 namespace {
 
@@ -169,21 +171,29 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
 {
     const __m256i lane_offset =
         _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(b_col_stride));
-    for (int64_t i = 0; i < a_height; ++i) {
-        const float *a_row = at(a, ptrdiff_t(i) * a_row_stride);
+    // Two rows of a go through the span together: their sums are independent
+    // of each other as well, and they share the loads of b.
+    for (int64_t i = 0; i < a_height; i += kRowsTogether) {
+        const int64_t rows = a_height - i < kRowsTogether ? a_height - i : kRowsTogether;
+        const float *a_row[kRowsTogether];
+        for (int64_t r = 0; r < kRowsTogether; ++r)
+            a_row[r] = at(a, ptrdiff_t(i + (r < rows ? r : 0)) * a_row_stride);
         for (int64_t first = 0; first < b_width; first += 8 * kGroups) {
             const int64_t groups =
                 (b_width - first + 7) / 8 < kGroups ? (b_width - first + 7) / 8 : kGroups;
             __m256 mask[kGroups];
             const float *cols[kGroups];
-            __m256 acc[kGroups];
+            __m256 acc[kRowsTogether][kGroups];
             for (int64_t g = 0; g < groups; ++g) {
                 mask[g] = _mm256_castsi256_ps(first_lanes(b_width - first - 8 * g));
                 cols[g] = at(b, ptrdiff_t(first + 8 * g) * b_col_stride);
-                acc[g] = _mm256_setzero_ps();
+                for (int64_t r = 0; r < kRowsTogether; ++r)
+                    acc[r][g] = _mm256_setzero_ps();
             }
             for_each_index(span, [&](int64_t s) {
-                const __m256 as = _mm256_set1_ps(*at(a_row, ptrdiff_t(s) * a_col_stride));
+                __m256 as[kRowsTogether] = {};
+                for (int64_t r = 0; r < rows; ++r)
+                    as[r] = _mm256_set1_ps(*at(a_row[r], ptrdiff_t(s) * a_col_stride));
                 const ptrdiff_t row = ptrdiff_t(s) * b_row_stride;
                 for (int64_t g = 0; g < groups; ++g) {
                     // Columns one float apart are one (masked) load.
@@ -192,13 +202,15 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
                             ? _mm256_maskload_ps(at(cols[g], row), _mm256_castps_si256(mask[g]))
                             : _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(cols[g], row),
                                                        lane_offset, mask[g], 1);
-                    acc[g] = _mm256_fmadd_ps(as, bs, acc[g]);
+                    for (int64_t r = 0; r < rows; ++r)
+                        acc[r][g] = _mm256_fmadd_ps(as[r], bs, acc[r][g]);
                 }
             });
-            for (int64_t g = 0; g < groups; ++g)
-                store_lanes(at(dst, ptrdiff_t(i) * dst_row_stride +
-                                        ptrdiff_t(first + 8 * g) * dst_col_stride),
-                            dst_col_stride, acc[g], b_width - first - 8 * g);
+            for (int64_t r = 0; r < rows; ++r)
+                for (int64_t g = 0; g < groups; ++g)
+                    store_lanes(at(dst, ptrdiff_t(i + r) * dst_row_stride +
+                                            ptrdiff_t(first + 8 * g) * dst_col_stride),
+                                dst_col_stride, acc[r][g], b_width - first - 8 * g);
         }
     }
 }
@@ -340,4 +352,52 @@ bool lsc_normalise_x86_64_v3(float *plane, size_t count)
         plane[i] = v > 1.0f ? v : 1.0f;
     }
     return true;
+}
+
+// The elimination with the hardware fused multiply-add: the portable loop
+// calls the C library's fma for every update. The updates of one row are
+// independent across j, but n is 15 here, so the scalar instruction keeps
+// the code plain; the order of k, i and j is the portable one.
+void lsc_lu_eliminate_x86_64_v3(float *work, int32_t work_row_stride, int32_t work_col_stride,
+                                uint32_t *pivot, float *dst, int32_t dst_row_stride,
+                                int32_t dst_col_stride, int64_t n)
+{
+    auto a = [&](int64_t r, int64_t c) -> float & {
+        return *at(work, ptrdiff_t(r) * work_row_stride + ptrdiff_t(c) * work_col_stride);
+    };
+    auto out = [&](int64_t r, int64_t c) -> float & {
+        return *at(dst, ptrdiff_t(r) * dst_row_stride + ptrdiff_t(c) * dst_col_stride);
+    };
+    out(0, 0) = a(0, 0);
+    for (int64_t k = 0; k + 1 < n; ++k) {
+        const float p = a(k, k);
+        for (int64_t i = k + 1; i < n; ++i) {
+            out(i, k) = a(i, k) / p;
+            out(k, i) = a(k, i);
+        }
+        for (int64_t i = k + 1; i < n; ++i) {
+            const float l = -out(i, k);
+            for (int64_t j = k + 1; j < n; ++j)
+                a(i, j) = __builtin_fmaf(l, out(k, j), a(i, j));
+        }
+        out(k + 1, k + 1) = a(k + 1, k + 1);
+        pivot[k] = uint32_t(k);
+    }
+    pivot[n - 1] = uint32_t(n - 1);
+}
+
+void lsc_substitute_x86_64_v3(const float *lu, const float *b, float *t, float *c, size_t n)
+{
+    for (size_t i = 0; i < n; ++i) {
+        float acc = 0.0f;
+        for (size_t j = 0; j < i; ++j)
+            acc = __builtin_fmaf(lu[i * n + j], t[j], acc);
+        t[i] = b[i] - acc;
+    }
+    for (size_t i = n; i-- > 0;) {
+        float acc = 0.0f;
+        for (size_t j = i + 1; j < n; ++j)
+            acc = __builtin_fmaf(lu[i * n + j], c[j], acc);
+        c[i] = (t[i] - acc) / lu[i * n + i];
+    }
 }

@@ -55,6 +55,23 @@ void lsc_evaluate_plane_x86_64_v3(const float *c, float *dst, uint16_t src_width
  */
 bool lsc_normalise_x86_64_v3(float *plane, size_t count);
 
+/*
+ * The elimination of lu_decomposition_m on its dense working copy `work`
+ * (addressed with the source strides), writing L and U to dst as the
+ * portable loop does: a(i, j) = fma(-L(i, k), U(k, j), a(i, j)) in the same
+ * k, i, j order, with the hardware fused multiply-add.
+ */
+void lsc_lu_eliminate_x86_64_v3(float *work, int32_t work_row_stride, int32_t work_col_stride,
+                                uint32_t *pivot, float *dst, int32_t dst_row_stride,
+                                int32_t dst_col_stride, int64_t n);
+
+/*
+ * The forward (unit lower factor) and back substitution of one solve with the
+ * dense n x n LU factors: t = L^-1 b, then c = U^-1 t, each sum from 0.0 by
+ * fused multiply-add in ascending j, as the portable solve takes them.
+ */
+void lsc_substitute_x86_64_v3(const float *lu, const float *b, float *t, float *c, size_t n);
+
 #endif /* EJ_CMC_HAVE_X86_64_V3 */
 
 #endif /* EJ_LSC_X86_64_V3_H */

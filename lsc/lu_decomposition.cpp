@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "allocation.h"
+#include "isa_dispatch.h"
+#include "lsc_x86_64_v3.h"
 #include "ej_cmc_lsc.h"
 #include "matrix_view.h"
 
@@ -56,6 +58,14 @@ uint32_t lu_decomposition_m(const float *src, int32_t src_row_stride, int32_t sr
         return *element(dst, r, c, dst_row_stride, dst_col_stride);
     };
 
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+        lsc_lu_eliminate_x86_64_v3(work, src_row_stride, src_col_stride, pivot, dst,
+                                   dst_row_stride, dst_col_stride, n);
+        std::free(work);
+        return 0;
+    }
+#endif
     out(0, 0) = a(0, 0);
     for (int64_t k = 0; k + 1 < n; ++k) {
         const float p = a(k, k);

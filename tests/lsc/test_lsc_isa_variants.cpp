@@ -1,5 +1,5 @@
-// The x86-64-v3 loops of the linear-algebra products, the polynomial
-// evaluation and the normalisation against the portable ones, bit for bit,
+// The x86-64-v3 loops of the linear-algebra products, the LU elimination,
+// the substitutions, the polynomial evaluation and the normalisation against the portable ones, bit for bit,
 // on seeded random data: the products over strided views (rows, columns and
 // transposed layouts, full and interior spans), and whole polynomial table
 // sets over several grids, targets, flips and border modes.
@@ -99,6 +99,35 @@ TEST_F(LscIsaVariants, Products)
             return mul_mv_lsc(a.data(), va.row_stride, va.col_stride, inner, n, b.data(), 4, inner,
                               y, 4, gh, gw, my, mx);
         }, "mul_mv_lsc " + what);
+    }
+}
+
+// The elimination on random matrices of every size up to 20, in both
+// layouts of the source and of the factors. Diagonal dominance keeps the
+// pivots away from zero; one round in four leaves it out, so that large and
+// non-finite values go through the updates as well.
+TEST_F(LscIsaVariants, LuDecomposition)
+{
+    std::mt19937 gen(23);
+    uint32_t seed = 100;
+    for (int32_t n = 1; n <= 20; ++n) {
+        for (int round = 0; round < 4; ++round) {
+            auto a = random_floats(size_t(n) * n, seed++);
+            if (round != 3)
+                for (int32_t i = 0; i < n; ++i)
+                    a[size_t(i) * n + i] += 4.0f * float(n);
+            const View vs = layout(n, n, gen() % 2), vd = layout(n, n, gen() % 2);
+            std::vector<uint32_t> pivot_portable(size_t(n), 99), pivot_fast(size_t(n), 99);
+            std::vector<uint32_t> *pivot = &pivot_portable;
+            expect_same_bits(std::vector<float>(size_t(n) * n, 7.0f), [&](float *dst) {
+                const uint32_t status = lu_decomposition_m(a.data(), vs.row_stride, vs.col_stride,
+                                                           pivot->data(), dst, vd.row_stride,
+                                                           vd.col_stride, n);
+                pivot = &pivot_fast;
+                return status;
+            }, "lu " + std::to_string(n) + " round " + std::to_string(round));
+            EXPECT_EQ(pivot_portable, pivot_fast);
+        }
     }
 }
 
