@@ -1,6 +1,6 @@
-// x86-64-v3 loops of the matrix products and of the polynomial evaluation.
-// Eight independent outputs per vector (rows of a matrix-vector product,
-// columns of a row of a matrix-matrix product, samples of an output row);
+// x86-64-v3 loops of the matrix products, the LU elimination, the single
+// solve and the normalisation. Eight independent outputs per vector (rows of
+// a matrix-vector product, columns of a row of a matrix-matrix product);
 // each lane runs the portable sequence of its output unchanged. Strided
 // operands are read with gathers. No inline function with external linkage
 // is called from here (see resample/bicubic_math.h for why).
@@ -9,25 +9,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "lsc_simd_x86_64_v3.h"
 #include "lsc_x86_64_v3.h"
 
 namespace {
-
-inline const float *at(const float *base, ptrdiff_t bytes)
-{
-    return reinterpret_cast<const float *>(reinterpret_cast<const char *>(base) + bytes);
-}
-
-inline float *at(float *base, ptrdiff_t bytes)
-{
-    return reinterpret_cast<float *>(reinterpret_cast<char *>(base) + bytes);
-}
-
-inline __m256i first_lanes(int64_t count)
-{
-    return _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(count < 8 ? count : 8)),
-                              _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
-}
 
 // Calls f(s) for every index of the span, in ascending order.
 template <typename F>
@@ -71,27 +56,6 @@ constexpr int64_t kGroups = 4;
 constexpr int64_t kRowsTogether = 2;
 
 namespace {
-
-// r[0..7] (eight rows of eight floats) become the eight columns.
-inline void transpose8(__m256 *r)
-{
-    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
-    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
-    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
-    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
-    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
-    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
-    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
-    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
-    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
-    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
-    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
-    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
-    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
-    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
-    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
-    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
-}
 
 // mul_mv over the full span of a matrix whose rows are contiguous floats:
 // eight rows by eight columns are loaded and transposed, so that column s
@@ -211,104 +175,6 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
                     store_lanes(at(dst, ptrdiff_t(i + r) * dst_row_stride +
                                             ptrdiff_t(first + 8 * g) * dst_col_stride),
                                 dst_col_stride, acc[r][g], b_width - first - 8 * g);
-        }
-    }
-}
-
-// P(x, y) = sum of c[t] * term_t in the design matrix's column order, from
-// 0.0, one fused multiply-add per term; the terms formed as the portable
-// evaluation forms them. Four vectors of a row are evaluated side by side:
-// their sums are independent, so their latencies overlap.
-namespace {
-
-constexpr int kEvalVectors = 4;
-
-struct evaluation {
-    __m256 coefficient[15];
-    __m256 y, y2, y3, y4;
-};
-
-// The 15 terms at eight columns x of the current row.
-inline void terms8(const evaluation &e, __m256 x, __m256 *terms)
-{
-    const __m256 x2 = _mm256_mul_ps(x, x);
-    const __m256 x3 = _mm256_mul_ps(x, x2);
-    const __m256 x4 = _mm256_mul_ps(x, x3);
-    terms[0] = _mm256_set1_ps(1.0f);
-    terms[1] = x;
-    terms[2] = e.y;
-    terms[3] = x2;
-    terms[4] = _mm256_mul_ps(x, e.y);
-    terms[5] = e.y2;
-    terms[6] = x3;
-    terms[7] = _mm256_mul_ps(x2, e.y);
-    terms[8] = _mm256_mul_ps(x, e.y2);
-    terms[9] = e.y3;
-    terms[10] = x4;
-    terms[11] = _mm256_mul_ps(x3, e.y);
-    terms[12] = _mm256_mul_ps(x2, e.y2);
-    terms[13] = _mm256_mul_ps(x, e.y3);
-    terms[14] = e.y4;
-}
-
-// `count` vectors of P side by side: term t of every vector before term t + 1.
-template <int count>
-inline void evaluate(const evaluation &e, const __m256 *x, __m256 *acc)
-{
-    __m256 terms[count][15];
-#pragma GCC unroll 4
-    for (int k = 0; k < count; ++k) {
-        terms8(e, x[k], terms[k]);
-        acc[k] = _mm256_setzero_ps();
-    }
-#pragma GCC unroll 15
-    for (int t = 0; t < 15; ++t) {
-#pragma GCC unroll 4
-        for (int k = 0; k < count; ++k)
-            acc[k] = _mm256_fmadd_ps(e.coefficient[t], terms[k][t], acc[k]);
-    }
-}
-
-inline __m256 column_coordinate(uint32_t i0, float sx)
-{
-    const __m256 i = _mm256_cvtepi32_ps(_mm256_add_epi32(_mm256_set1_epi32(int32_t(i0)),
-                                                         _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)));
-    return _mm256_fmadd_ps(i, _mm256_set1_ps(sx), _mm256_set1_ps(1.0f));
-}
-
-} // namespace
-
-void lsc_evaluate_plane_x86_64_v3(const float *c, float *dst, uint16_t src_width,
-                                  uint16_t src_height, uint16_t dst_width, uint16_t dst_height)
-{
-    const float sx = (float(src_width) - 1.0f) / (float(dst_width) - 1.0f);
-    const float sy = (float(src_height) - 1.0f) / (float(dst_height) - 1.0f);
-    evaluation e;
-    for (int t = 0; t < 15; ++t)
-        e.coefficient[t] = _mm256_set1_ps(c[t]);
-    for (size_t j = 0; j < dst_height; ++j) {
-        e.y = _mm256_set1_ps(__builtin_fmaf(float(j), sy, 1.0f));
-        e.y2 = _mm256_mul_ps(e.y, e.y);
-        e.y3 = _mm256_mul_ps(e.y, e.y2);
-        e.y4 = _mm256_mul_ps(e.y, e.y3);
-        float *row = dst + j * dst_width;
-        uint32_t i0 = 0;
-        for (; i0 + 8 * kEvalVectors <= dst_width; i0 += 8 * kEvalVectors) {
-            __m256 x[kEvalVectors], v[kEvalVectors];
-            for (int k = 0; k < kEvalVectors; ++k)
-                x[k] = column_coordinate(i0 + 8 * uint32_t(k), sx);
-            evaluate<kEvalVectors>(e, x, v);
-            for (int k = 0; k < kEvalVectors; ++k)
-                _mm256_storeu_ps(row + i0 + 8 * k, v[k]);
-        }
-        for (; i0 < dst_width; i0 += 8) {
-            const __m256 x = column_coordinate(i0, sx);
-            __m256 v;
-            evaluate<1>(e, &x, &v);
-            if (i0 + 8 <= dst_width)
-                _mm256_storeu_ps(row + i0, v);
-            else
-                _mm256_maskstore_ps(row + i0, first_lanes(int64_t(dst_width) - i0), v);
         }
     }
 }

@@ -42,11 +42,34 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
                           const lsc_dot_span &span);
 
 /*
- * The evaluation pass of lsc_polynomial_upscale_float: P(x, y) with the 15
- * coefficients c at x = fma(i, sx, 1), y = fma(j, sy, 1) for every output.
+ * The four planes of one lsc_polynomial_upscale_float call solved together
+ * (lsc_four_planes_x86_64_v3.cpp). Each plane's numbers are those of the
+ * per-plane sequence: the lanes of a vector are different planes, rows or
+ * samples, never parts of one sum.
+ *
+ * lsc_rhs4: b[i][k] = sum over the span of design_t(i, s) * z[k][s] for the
+ * 15 rows i of the dense transpose (row stride m floats) and the four planes
+ * k, each sum from 0.0 by fused multiply-add in ascending s, as mul_mv and
+ * mul_mv_lsc take it.
  */
-void lsc_evaluate_plane_x86_64_v3(const float *c, float *dst, uint16_t src_width,
-                                  uint16_t src_height, uint16_t dst_width, uint16_t dst_height);
+void lsc_rhs4_x86_64_v3(const float *design_t, int64_t m, const float *const *z, float (*b)[4],
+                        const lsc_dot_span &span);
+
+/*
+ * Forward and back substitution of the four right-hand sides b[i][k] with
+ * the dense 15 x 15 LU factors, as lsc_substitute_x86_64_v3 takes each;
+ * coefficient t of plane k goes to c[k * 15 + t].
+ */
+void lsc_substitute4_x86_64_v3(const float *lu, const float (*b)[4], float *c);
+
+/*
+ * The evaluation pass of lsc_polynomial_upscale_float for `planes` planes
+ * (1 to 4): P(x, y) with the 15 coefficients c[k * c_stride ...] of plane k
+ * at x = fma(i, sx, 1), y = fma(j, sy, 1) for every output, into dst[k].
+ */
+void lsc_evaluate_planes_x86_64_v3(const float *c, size_t c_stride, int planes,
+                                   float *const *dst, uint16_t src_width, uint16_t src_height,
+                                   uint16_t dst_width, uint16_t dst_height);
 
 /*
  * The normalisation of one computed plane: false when a value is NaN or the
