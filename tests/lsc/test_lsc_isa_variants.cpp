@@ -7,11 +7,14 @@
 
 #include <cstdint>
 #include <cstring>
+#include <limits>
+#include <ostream>
 #include <random>
 #include <vector>
 
 #include "ej_cmc_lsc.h"
 #include "ej_nvm.h"
+#include "failure_injection.h"
 #include "isa_dispatch.h"
 
 namespace {
@@ -130,6 +133,99 @@ TEST_F(LscIsaVariants, LuDecomposition)
         }
     }
 }
+
+// One solve of four planes: random transposes, factors and planes (the
+// solve reads them as they are), over grids shorter than a transposed block,
+// interior runs with tails, targets of more than one column strip, a target
+// that is not evaluated, and NaN samples. Statuses, allocation counts and
+// all four planes must agree.
+struct UpscaleCase {
+    uint16_t sw, sh, dw, dh, margin_y, margin_x;
+    uint8_t use_margins;
+    bool nan;
+};
+void PrintTo(const UpscaleCase &c, std::ostream *os)
+{
+    *os << c.sw << "x" << c.sh << " -> " << c.dw << "x" << c.dh << " margins " << c.margin_y << ","
+        << c.margin_x << (c.use_margins != 0 ? " used" : "") << (c.nan ? " nan" : "");
+}
+
+// Runs lsc_polynomial_upscale_float on planes pre-filled with 7.0; returns
+// the status and the allocation count, the planes in `out`.
+struct UpscaleRun {
+    uint32_t status;
+    uint64_t allocations;
+    std::vector<float> out;
+};
+
+UpscaleRun run_upscale(const UpscaleCase &c, bool portable, uint64_t fail_at, uint32_t seed)
+{
+    const size_t m = size_t(c.sw) * c.sh, plane = size_t(c.dw) * c.dh;
+    const auto design_t = random_floats(15 * m, seed);
+    auto lu = random_floats(15 * 15, seed + 1);
+    for (size_t i = 0; i < 15; ++i)
+        lu[i * 15 + i] += 40.0f;
+    auto src = random_floats(4 * m, seed + 2);
+    if (c.nan)
+        src[m + m / 2] = std::numeric_limits<float>::quiet_NaN();
+    UpscaleRun run{0, 0, std::vector<float>(4 * plane, 7.0f)};
+    float *const src_planes[4] = {src.data(), src.data() + m, src.data() + 2 * m, src.data() + 3 * m};
+    float *const dst_planes[4] = {run.out.data(), run.out.data() + plane,
+                                  run.out.data() + 2 * plane, run.out.data() + 3 * plane};
+    uint32_t pivot[15] = {};
+    cmc_isa_force_portable(portable);
+    {
+        ejtest::FailureInjection fail(fail_at);
+        run.status = lsc_polynomial_upscale_float(design_t.data(), lu.data(), pivot, src_planes,
+                                                  dst_planes, c.sw, c.sh, c.dw, c.dh, 15, c.margin_y,
+                                                  c.margin_x, c.use_margins);
+        run.allocations = cmc_alloc_count();
+    }
+    cmc_isa_force_portable(false);
+    return run;
+}
+
+class LscIsaUpscale : public ::testing::TestWithParam<UpscaleCase> {
+protected:
+    void SetUp() override
+    {
+        if (cmc_isa_best() == cmc_isa::portable || cmc_isa_selected() == cmc_isa::portable)
+            GTEST_SKIP() << "only the portable variant runs here";
+    }
+};
+
+TEST_P(LscIsaUpscale, SameBitsStatusesAndAllocations)
+{
+    const UpscaleCase &c = GetParam();
+    const UpscaleRun portable = run_upscale(c, true, 0, 11), fast = run_upscale(c, false, 0, 11);
+    EXPECT_EQ(portable.status, fast.status);
+    EXPECT_EQ(portable.allocations, fast.allocations);
+    EXPECT_EQ(0, std::memcmp(portable.out.data(), fast.out.data(), portable.out.size() * sizeof(float)));
+    // Every allocation failing in turn (b, c, then t of each channel): the
+    // planes written before the failure agree as well.
+    for (uint64_t k = 1; k <= portable.allocations; ++k) {
+        const UpscaleRun p = run_upscale(c, true, k, 11), f = run_upscale(c, false, k, 11);
+        EXPECT_EQ(p.status, f.status) << k;
+        EXPECT_EQ(p.allocations, f.allocations) << k;
+        EXPECT_EQ(0, std::memcmp(p.out.data(), f.out.data(), p.out.size() * sizeof(float))) << k;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Lsc, LscIsaUpscale, ::testing::Values(
+    UpscaleCase{1, 1, 5, 4, 0, 0, 0, false},    // one sample
+    UpscaleCase{3, 2, 9, 7, 0, 0, 0, false},    // fewer samples than a block
+    UpscaleCase{7, 1, 16, 2, 0, 0, 0, false},   // one row
+    UpscaleCase{17, 13, 64, 48, 0, 0, 0, false},
+    UpscaleCase{17, 13, 64, 48, 2, 2, 1, false},
+    UpscaleCase{4, 3, 13, 5, 0, 1, 1, false},   // interior rows of two samples
+    UpscaleCase{5, 5, 8, 8, 2, 2, 1, false},    // an interior of one sample
+    UpscaleCase{6, 4, 8, 8, 0, 3, 1, false},    // an empty interior
+    UpscaleCase{21, 9, 7, 3, 1, 2, 1, false},   // interior tails after whole blocks
+    UpscaleCase{9, 7, 600, 3, 0, 0, 0, false},  // three column strips
+    UpscaleCase{9, 7, 257, 5, 1, 1, 1, false},  // a strip of one column
+    UpscaleCase{9, 7, 1, 6, 0, 0, 0, false},    // not evaluated
+    UpscaleCase{11, 8, 33, 17, 0, 0, 0, true},  // a NaN sample in plane 1
+    UpscaleCase{11, 8, 33, 17, 1, 1, 1, true}));
 
 // Whole table sets: the normal matrix, the solves, the evaluation and the
 // normalisation.
