@@ -156,6 +156,49 @@ struct strip_terms {
         xy3[kStrip];
 };
 
+// Vectors of a row evaluated side by side: their sums are independent, so
+// the latencies of their fused multiply-adds overlap.
+constexpr int kTogether = 2;
+
+// P at the columns v .. v + 8 * count - 1 of the strip, into row + v; the
+// last vector keeps only its first `valid` - 8 * (count - 1) lanes.
+template <int count>
+inline void sum_vectors(const __m256 *a, __m256 first, const strip_terms &s, const __m256 *ys,
+                        int64_t v, float *row, int64_t valid)
+{
+    // Written out term by term (no lambda capturing the sums), so that the
+    // sums stay in registers.
+#define EJ_TERM(t, term)                                                                   \
+    _Pragma("GCC unroll 4") for (int n = 0; n < count; ++n) acc[n] =                       \
+        _mm256_fmadd_ps(a[t], term, acc[n]);
+    __m256 acc[count];
+#pragma GCC unroll 4
+    for (int n = 0; n < count; ++n)
+        acc[n] = first;
+    EJ_TERM(1, _mm256_load_ps(s.x + v + 8 * n))
+    EJ_TERM(2, ys[0])
+    EJ_TERM(3, _mm256_load_ps(s.x2 + v + 8 * n))
+    EJ_TERM(4, _mm256_load_ps(s.xy + v + 8 * n))
+    EJ_TERM(5, ys[1])
+    EJ_TERM(6, _mm256_load_ps(s.x3 + v + 8 * n))
+    EJ_TERM(7, _mm256_load_ps(s.x2y + v + 8 * n))
+    EJ_TERM(8, _mm256_load_ps(s.xy2 + v + 8 * n))
+    EJ_TERM(9, ys[2])
+    EJ_TERM(10, _mm256_load_ps(s.x4 + v + 8 * n))
+    EJ_TERM(11, _mm256_load_ps(s.x3y + v + 8 * n))
+    EJ_TERM(12, _mm256_load_ps(s.x2y2 + v + 8 * n))
+    EJ_TERM(13, _mm256_load_ps(s.xy3 + v + 8 * n))
+    EJ_TERM(14, ys[3])
+#undef EJ_TERM
+    for (int n = 0; n + 1 < count; ++n)
+        _mm256_storeu_ps(row + v + 8 * n, acc[n]);
+    const int64_t last = valid - 8 * (count - 1);
+    if (last >= 8)
+        _mm256_storeu_ps(row + v + 8 * (count - 1), acc[count - 1]);
+    else
+        _mm256_maskstore_ps(row + v + 8 * (count - 1), first_lanes(last), acc[count - 1]);
+}
+
 } // namespace
 
 void lsc_evaluate_planes_x86_64_v3(const float *c, size_t c_stride, int planes,
@@ -200,30 +243,14 @@ void lsc_evaluate_planes_x86_64_v3(const float *c, size_t c_stride, int planes,
                 _mm256_store_ps(s.x2y2 + v, _mm256_mul_ps(x2, y2));
                 _mm256_store_ps(s.xy3 + v, _mm256_mul_ps(x, y3));
             }
+            const __m256 ys[4] = {y, y2, y3, y4};
             for (int k = 0; k < planes; ++k) {
-                const __m256 *a = coefficient[k];
                 float *row = dst[k] + j * dst_width + size_t(start);
-                for (int64_t v = 0; v < columns; v += 8) {
-                    __m256 acc = first[k];
-                    acc = _mm256_fmadd_ps(a[1], _mm256_load_ps(s.x + v), acc);
-                    acc = _mm256_fmadd_ps(a[2], y, acc);
-                    acc = _mm256_fmadd_ps(a[3], _mm256_load_ps(s.x2 + v), acc);
-                    acc = _mm256_fmadd_ps(a[4], _mm256_load_ps(s.xy + v), acc);
-                    acc = _mm256_fmadd_ps(a[5], y2, acc);
-                    acc = _mm256_fmadd_ps(a[6], _mm256_load_ps(s.x3 + v), acc);
-                    acc = _mm256_fmadd_ps(a[7], _mm256_load_ps(s.x2y + v), acc);
-                    acc = _mm256_fmadd_ps(a[8], _mm256_load_ps(s.xy2 + v), acc);
-                    acc = _mm256_fmadd_ps(a[9], y3, acc);
-                    acc = _mm256_fmadd_ps(a[10], _mm256_load_ps(s.x4 + v), acc);
-                    acc = _mm256_fmadd_ps(a[11], _mm256_load_ps(s.x3y + v), acc);
-                    acc = _mm256_fmadd_ps(a[12], _mm256_load_ps(s.x2y2 + v), acc);
-                    acc = _mm256_fmadd_ps(a[13], _mm256_load_ps(s.xy3 + v), acc);
-                    acc = _mm256_fmadd_ps(a[14], y4, acc);
-                    if (v + 8 <= columns)
-                        _mm256_storeu_ps(row + v, acc);
-                    else
-                        _mm256_maskstore_ps(row + v, first_lanes(columns - v), acc);
-                }
+                int64_t v = 0;
+                for (; v + 8 * kTogether <= columns; v += 8 * kTogether)
+                    sum_vectors<kTogether>(coefficient[k], first[k], s, ys, v, row, 8 * kTogether);
+                for (; v < columns; v += 8)
+                    sum_vectors<1>(coefficient[k], first[k], s, ys, v, row, columns - v);
             }
         }
     }
