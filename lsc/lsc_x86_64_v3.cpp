@@ -14,23 +14,32 @@
 
 namespace {
 
-// Calls f(s) for every index of the span, in ascending order.
-template <typename F>
-inline void for_each_index(const lsc_dot_span &span, F f)
-{
-    if (!span.interior) {
-        for (int64_t s = 0; s < span.count; ++s)
-            f(s);
-        return;
+// The indices of a span as runs of consecutive indices, in ascending order:
+// the whole span, or one run per interior row. The loops walk them with
+// plain nested loops (no callback capturing the sums, so that the sums stay
+// in registers).
+struct span_runs {
+    int64_t count;  // number of runs
+    int64_t length; // indices per run
+    int64_t first;  // first index of run 0
+    int64_t step;   // distance from one run's first index to the next one's
+
+    explicit span_runs(const lsc_dot_span &span)
+    {
+        if (!span.interior) {
+            count = span.count > 0 ? 1 : 0;
+            length = span.count;
+            first = 0;
+            step = 0;
+        } else {
+            count = span.iw > 0 && span.ih > 0 ? span.ih : 0;
+            length = span.iw;
+            first = span.first_row * span.width + span.first_col;
+            step = span.width;
+        }
     }
-    if (span.iw <= 0 || span.ih <= 0)
-        return;
-    for (int64_t r = 0; r < span.ih; ++r) {
-        const int64_t row_start = (span.first_row + r) * span.width + span.first_col;
-        for (int64_t q = 0; q < span.iw; ++q)
-            f(row_start + q);
-    }
-}
+    int64_t start(int64_t r) const { return first + r * step; }
+};
 
 // Stores the first `lanes` values of v at base + k * stride bytes.
 inline void store_lanes(float *base, int32_t stride, __m256 v, int64_t lanes)
@@ -112,20 +121,76 @@ void lsc_mul_mv_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
             rows[g] = at(a, ptrdiff_t(first + 8 * g) * a_row_stride);
             acc[g] = _mm256_setzero_ps();
         }
-        for_each_index(span, [&](int64_t s) {
-            const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride));
-            const ptrdiff_t column = ptrdiff_t(s) * a_col_stride;
-            for (int64_t g = 0; g < groups; ++g) {
-                const __m256 as = _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(rows[g], column),
-                                                           lane_offset, mask[g], 1);
-                acc[g] = _mm256_fmadd_ps(as, xs, acc[g]);
+        const span_runs runs(span);
+        for (int64_t run = 0; run < runs.count; ++run) {
+            const int64_t start = runs.start(run);
+            for (int64_t s = start; s < start + runs.length; ++s) {
+                const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride));
+                const ptrdiff_t column = ptrdiff_t(s) * a_col_stride;
+                for (int64_t g = 0; g < groups; ++g) {
+                    const __m256 as = _mm256_mask_i32gather_ps(
+                        _mm256_setzero_ps(), at(rows[g], column), lane_offset, mask[g], 1);
+                    acc[g] = _mm256_fmadd_ps(as, xs, acc[g]);
+                }
             }
-        });
+        }
         for (int64_t g = 0; g < groups; ++g)
             store_lanes(at(y, ptrdiff_t(first + 8 * g) * y_stride), y_stride, acc[g],
                         a_height - first - 8 * g);
     }
 }
+
+namespace {
+
+// mul_mm for a b at most 16 columns wide (the normal matrix of the fit):
+// two groups of eight columns, `rows` rows of a at a time, so that 2 * rows
+// independent sums are in flight and share the loads of b. Rows past the
+// end of a repeat the last one and are not stored.
+template <int rows>
+void mul_mm_narrow(const float *a, int32_t a_row_stride, int32_t a_col_stride, int32_t a_height,
+                   const float *b, int32_t b_row_stride, int32_t b_col_stride, int32_t b_width,
+                   float *dst, int32_t dst_row_stride, int32_t dst_col_stride,
+                   const lsc_dot_span &span)
+{
+    const __m256i lane_offset =
+        _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(b_col_stride));
+    const __m256 mask[2] = {_mm256_castsi256_ps(first_lanes(b_width)),
+                            _mm256_castsi256_ps(first_lanes(int64_t(b_width) - 8))};
+    const float *cols[2] = {b, at(b, ptrdiff_t(8) * b_col_stride)};
+    const span_runs runs(span);
+    for (int64_t i = 0; i < a_height; i += rows) {
+        const float *a_row[rows];
+        for (int r = 0; r < rows; ++r)
+            a_row[r] = at(a, ptrdiff_t(i + r < a_height ? i + r : a_height - 1) * a_row_stride);
+        __m256 acc[rows][2];
+        for (int r = 0; r < rows; ++r)
+            acc[r][0] = acc[r][1] = _mm256_setzero_ps();
+        for (int64_t run = 0; run < runs.count; ++run) {
+            const int64_t start = runs.start(run);
+            for (int64_t s = start; s < start + runs.length; ++s) {
+                const ptrdiff_t row = ptrdiff_t(s) * b_row_stride;
+                __m256 bs[2];
+                for (int g = 0; g < 2; ++g)
+                    bs[g] = b_col_stride == 4
+                                ? _mm256_maskload_ps(at(cols[g], row), _mm256_castps_si256(mask[g]))
+                                : _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(cols[g], row),
+                                                           lane_offset, mask[g], 1);
+                for (int r = 0; r < rows; ++r) {
+                    const __m256 as = _mm256_set1_ps(*at(a_row[r], ptrdiff_t(s) * a_col_stride));
+                    acc[r][0] = _mm256_fmadd_ps(as, bs[0], acc[r][0]);
+                    acc[r][1] = _mm256_fmadd_ps(as, bs[1], acc[r][1]);
+                }
+            }
+        }
+        for (int r = 0; r < rows && i + r < a_height; ++r)
+            for (int g = 0; g < 2 && 8 * g < b_width; ++g)
+                store_lanes(at(dst, ptrdiff_t(i + r) * dst_row_stride +
+                                        ptrdiff_t(8 * g) * dst_col_stride),
+                            dst_col_stride, acc[r][g], int64_t(b_width) - 8 * g);
+    }
+}
+
+} // namespace
 
 void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
                           int32_t a_height, const float *b, int32_t b_row_stride,
@@ -133,8 +198,14 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
                           int32_t dst_row_stride, int32_t dst_col_stride,
                           const lsc_dot_span &span)
 {
+    if (b_width <= 16) {
+        mul_mm_narrow<4>(a, a_row_stride, a_col_stride, a_height, b, b_row_stride, b_col_stride,
+                         b_width, dst, dst_row_stride, dst_col_stride, span);
+        return;
+    }
     const __m256i lane_offset =
         _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(b_col_stride));
+    const span_runs runs(span);
     // Two rows of a go through the span together: their sums are independent
     // of each other as well, and they share the loads of b.
     for (int64_t i = 0; i < a_height; i += kRowsTogether) {
@@ -154,22 +225,25 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
                 for (int64_t r = 0; r < kRowsTogether; ++r)
                     acc[r][g] = _mm256_setzero_ps();
             }
-            for_each_index(span, [&](int64_t s) {
-                __m256 as[kRowsTogether] = {};
-                for (int64_t r = 0; r < rows; ++r)
-                    as[r] = _mm256_set1_ps(*at(a_row[r], ptrdiff_t(s) * a_col_stride));
-                const ptrdiff_t row = ptrdiff_t(s) * b_row_stride;
-                for (int64_t g = 0; g < groups; ++g) {
-                    // Columns one float apart are one (masked) load.
-                    const __m256 bs =
-                        b_col_stride == 4
-                            ? _mm256_maskload_ps(at(cols[g], row), _mm256_castps_si256(mask[g]))
-                            : _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(cols[g], row),
-                                                       lane_offset, mask[g], 1);
+            for (int64_t run = 0; run < runs.count; ++run) {
+                const int64_t start = runs.start(run);
+                for (int64_t s = start; s < start + runs.length; ++s) {
+                    __m256 as[kRowsTogether] = {};
                     for (int64_t r = 0; r < rows; ++r)
-                        acc[r][g] = _mm256_fmadd_ps(as[r], bs, acc[r][g]);
+                        as[r] = _mm256_set1_ps(*at(a_row[r], ptrdiff_t(s) * a_col_stride));
+                    const ptrdiff_t row = ptrdiff_t(s) * b_row_stride;
+                    for (int64_t g = 0; g < groups; ++g) {
+                        // Columns one float apart are one (masked) load.
+                        const __m256 bs =
+                            b_col_stride == 4
+                                ? _mm256_maskload_ps(at(cols[g], row), _mm256_castps_si256(mask[g]))
+                                : _mm256_mask_i32gather_ps(_mm256_setzero_ps(), at(cols[g], row),
+                                                           lane_offset, mask[g], 1);
+                        for (int64_t r = 0; r < rows; ++r)
+                            acc[r][g] = _mm256_fmadd_ps(as[r], bs, acc[r][g]);
+                    }
                 }
-            });
+            }
             for (int64_t r = 0; r < rows; ++r)
                 for (int64_t g = 0; g < groups; ++g)
                     store_lanes(at(dst, ptrdiff_t(i + r) * dst_row_stride +
