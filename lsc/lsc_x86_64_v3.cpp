@@ -68,34 +68,60 @@ namespace {
 
 // mul_mv over the full span of a matrix whose rows are contiguous floats:
 // eight rows by eight columns are loaded and transposed, so that column s
-// of the eight rows is one vector, taken in ascending s as the gathers take it.
+// of the eight rows is one vector, taken in ascending s as the gathers take
+// it. Two groups of eight rows go through the span together (two
+// independent sums per step); a tail shorter than eight columns re-reads
+// the last eight columns and adds only the new ones.
 void mul_mv_contiguous_rows(const float *a, int32_t a_row_stride, int32_t a_height,
                             const float *x, int32_t x_stride, float *y, int32_t y_stride,
                             int64_t count)
 {
-    for (int64_t first = 0; first < a_height; first += 8) {
-        const int64_t present = a_height - first < 8 ? a_height - first : 8;
-        const float *rows[8];
-        for (int64_t l = 0; l < present; ++l)
-            rows[l] = at(a, ptrdiff_t(first + l) * a_row_stride);
-        __m256 acc = _mm256_setzero_ps();
+    for (int64_t first = 0; first < a_height; first += 16) {
+        const int64_t present = a_height - first < 16 ? a_height - first : 16;
+        const float *rows[16];
+        for (int64_t l = 0; l < 16; ++l)
+            rows[l] = l < present ? at(a, ptrdiff_t(first + l) * a_row_stride) : nullptr;
+        __m256 acc[2] = {_mm256_setzero_ps(), _mm256_setzero_ps()};
+        const auto block = [&rows](int64_t base, __m256 *low, __m256 *high) {
+            for (int l = 0; l < 8; ++l) {
+                low[l] = rows[l] != nullptr ? _mm256_loadu_ps(rows[l] + base) : _mm256_setzero_ps();
+                high[l] = rows[8 + l] != nullptr ? _mm256_loadu_ps(rows[8 + l] + base)
+                                                 : _mm256_setzero_ps();
+            }
+            transpose8(low);
+            transpose8(high);
+        };
         int64_t s = 0;
         for (; s + 8 <= count; s += 8) {
-            __m256 r[8];
-            for (int64_t l = 0; l < 8; ++l)
-                r[l] = l < present ? _mm256_loadu_ps(rows[l] + s) : _mm256_setzero_ps();
-            transpose8(r);
-            for (int q = 0; q < 8; ++q)
-                acc = _mm256_fmadd_ps(r[q], _mm256_set1_ps(*at(x, ptrdiff_t(s + q) * x_stride)), acc);
+            __m256 low[8], high[8];
+            block(s, low, high);
+            for (int q = 0; q < 8; ++q) {
+                const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s + q) * x_stride));
+                acc[0] = _mm256_fmadd_ps(low[q], xs, acc[0]);
+                acc[1] = _mm256_fmadd_ps(high[q], xs, acc[1]);
+            }
+        }
+        if (s < count && count >= 8) {
+            __m256 low[8], high[8];
+            block(count - 8, low, high);
+            for (int64_t q = 8 - (count - s); q < 8; ++q) {
+                const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(count - 8 + q) * x_stride));
+                acc[0] = _mm256_fmadd_ps(low[q], xs, acc[0]);
+                acc[1] = _mm256_fmadd_ps(high[q], xs, acc[1]);
+            }
+            s = count;
         }
         for (; s < count; ++s) {
-            alignas(32) float column[8] = {};
+            alignas(32) float column[16] = {};
             for (int64_t l = 0; l < present; ++l)
                 column[l] = rows[l][s];
-            acc = _mm256_fmadd_ps(_mm256_load_ps(column),
-                                  _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride)), acc);
+            const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride));
+            acc[0] = _mm256_fmadd_ps(_mm256_load_ps(column), xs, acc[0]);
+            acc[1] = _mm256_fmadd_ps(_mm256_load_ps(column + 8), xs, acc[1]);
         }
-        store_lanes(at(y, ptrdiff_t(first) * y_stride), y_stride, acc, present);
+        store_lanes(at(y, ptrdiff_t(first) * y_stride), y_stride, acc[0], present);
+        if (present > 8)
+            store_lanes(at(y, ptrdiff_t(first + 8) * y_stride), y_stride, acc[1], present - 8);
     }
 }
 
