@@ -72,6 +72,13 @@ void convert_channel(const void *table, float *working, size_t w, size_t h, floa
     const bool mirror_rows = (flip_mode & 2u) != 0;
     for (size_t r = 0; r < h; ++r) {
         float *out = working + (mirror_rows ? h - 1 - r : r) * w;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+        if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+            lsc_convert_row_x86_64_v3(samples + r * w, sizeof(Sample) == 2, out, w, reciprocal,
+                                      mirror_columns);
+            continue;
+        }
+#endif
         for (size_t c = 0; c < w; ++c)
             out[mirror_columns ? w - 1 - c : c] =
                 static_cast<float>(samples[r * w + c]) * reciprocal + 1.0f;

@@ -279,6 +279,34 @@ void lsc_mul_mm_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
     }
 }
 
+// One row of an NVM channel table to gains: float(v) * reciprocal + 1.0 per
+// sample, the portable conversion's two operations lane by lane; a reversed
+// row has its lanes permuted before the store.
+void lsc_convert_row_x86_64_v3(const void *samples, bool wide, float *out, size_t w,
+                               float reciprocal, bool reversed)
+{
+    const __m256 scale = _mm256_set1_ps(reciprocal);
+    const __m256 one = _mm256_set1_ps(1.0f);
+    const __m256i backwards = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+    const auto *narrow = static_cast<const uint8_t *>(samples);
+    const auto *wide_samples = static_cast<const uint16_t *>(samples);
+    size_t c = 0;
+    for (; c + 8 <= w; c += 8) {
+        const __m256i v =
+            wide ? _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(wide_samples + c)))
+                 : _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(narrow + c)));
+        const __m256 gain = _mm256_add_ps(_mm256_mul_ps(_mm256_cvtepi32_ps(v), scale), one);
+        if (reversed)
+            _mm256_storeu_ps(out + (w - 8 - c), _mm256_permutevar8x32_ps(gain, backwards));
+        else
+            _mm256_storeu_ps(out + c, gain);
+    }
+    for (; c < w; ++c) {
+        const float v = float(wide ? wide_samples[c] : narrow[c]);
+        out[reversed ? w - 1 - c : c] = v * reciprocal + 1.0f;
+    }
+}
+
 // The smallest value of a plane without NaN is the same whatever order the
 // comparisons take (equal values have equal bits, except zeros, which the
 // test min > 0 refuses either way); the division and the raise are the
@@ -287,20 +315,36 @@ bool lsc_normalise_x86_64_v3(float *plane, size_t count)
 {
     if (count == 0)
         return false; // no minimum: refused like a plane without one
-    __m256 low = _mm256_set1_ps(plane[0]);
-    __m256 unordered = _mm256_setzero_ps();
+    // Four independent minima and NaN tests, so that the comparisons do not
+    // wait on each other; merged at the end.
+    __m256 low[4], unordered[4];
+    for (int g = 0; g < 4; ++g) {
+        low[g] = _mm256_set1_ps(plane[0]);
+        unordered[g] = _mm256_setzero_ps();
+    }
     size_t i = 0;
+    for (; i + 32 <= count; i += 32) {
+        for (int g = 0; g < 4; ++g) {
+            const __m256 v = _mm256_loadu_ps(plane + i + 8 * size_t(g));
+            unordered[g] = _mm256_or_ps(unordered[g], _mm256_cmp_ps(v, v, _CMP_UNORD_Q));
+            low[g] = _mm256_min_ps(low[g], v);
+        }
+    }
     for (; i + 8 <= count; i += 8) {
         const __m256 v = _mm256_loadu_ps(plane + i);
-        unordered = _mm256_or_ps(unordered, _mm256_cmp_ps(v, v, _CMP_UNORD_Q));
-        low = _mm256_min_ps(low, v);
+        unordered[0] = _mm256_or_ps(unordered[0], _mm256_cmp_ps(v, v, _CMP_UNORD_Q));
+        low[0] = _mm256_min_ps(low[0], v);
+    }
+    for (int g = 1; g < 4; ++g) {
+        low[0] = _mm256_min_ps(low[0], low[g]);
+        unordered[0] = _mm256_or_ps(unordered[0], unordered[g]);
     }
     alignas(32) float lanes[8];
-    _mm256_store_ps(lanes, low);
+    _mm256_store_ps(lanes, low[0]);
     float min = lanes[0];
     for (int k = 1; k < 8; ++k)
         min = lanes[k] < min ? lanes[k] : min;
-    bool nan = !_mm256_testz_ps(unordered, unordered);
+    bool nan = !_mm256_testz_ps(unordered[0], unordered[0]);
     for (; i < count; ++i) {
         nan = nan || plane[i] != plane[i];
         min = plane[i] < min ? plane[i] : min;

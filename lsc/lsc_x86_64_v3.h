@@ -72,6 +72,13 @@ void lsc_evaluate_planes_x86_64_v3(const float *c, size_t c_stride, int planes,
                                    uint16_t dst_width, uint16_t dst_height);
 
 /*
+ * One row of w samples (u16 when wide, else u8) of an NVM channel table to
+ * gains float(v) * reciprocal + 1.0, into out[c] or, reversed, out[w - 1 - c].
+ */
+void lsc_convert_row_x86_64_v3(const void *samples, bool wide, float *out, size_t w,
+                               float reciprocal, bool reversed);
+
+/*
  * The normalisation of one computed plane: false when a value is NaN or the
  * smallest value is not above 0 (the plane is then left as it was);
  * otherwise every value v becomes v / min, raised to 1.0 when not above it.

@@ -247,10 +247,17 @@ TEST_F(LscIsaVariants, PolynomialTables)
                                                              (r - h / 2) * (r - h / 2)) +
                                                   gen() % 40));
         }
+        // Table 1 holds 8-bit samples (the low byte) every other round.
+        std::vector<std::vector<uint8_t>> bytes(4);
+        for (size_t c = 0; c < 4; ++c)
+            for (uint16_t v : samples[4 + c])
+                bytes[c].push_back(uint8_t(v));
         for (size_t t = 0; t < tables.size(); ++t) {
-            tables[t].frac_bits = 10;
+            const bool narrow = t == 1 && round % 2 == 1;
+            tables[t].frac_bits = narrow ? 7 : 10;
             for (size_t c = 0; c < 4; ++c)
-                tables[t].channel_tables[c] = samples[4 * t + c].data();
+                tables[t].channel_tables[c] =
+                    narrow ? static_cast<void *>(bytes[c].data()) : samples[4 * t + c].data();
         }
         ej_nvm_data nvm{};
         nvm.lsc_table_count = uint8_t(tables.size());
