@@ -366,8 +366,9 @@ bool lsc_normalise_x86_64_v3(float *plane, size_t count)
 
 // The elimination with the hardware fused multiply-add: the portable loop
 // calls the C library's fma for every update. The updates of one row are
-// independent across j, but n is 15 here, so the scalar instruction keeps
-// the code plain; the order of k, i and j is the portable one.
+// independent across j: with row-major working copy and factors they take
+// eight columns per vector; otherwise the scalar instruction. The order of
+// k and i is the portable one, and every element gets the same update.
 void lsc_lu_eliminate_x86_64_v3(float *work, int32_t work_row_stride, int32_t work_col_stride,
                                 uint32_t *pivot, float *dst, int32_t dst_row_stride,
                                 int32_t dst_col_stride, int64_t n)
@@ -378,6 +379,7 @@ void lsc_lu_eliminate_x86_64_v3(float *work, int32_t work_row_stride, int32_t wo
     auto out = [&](int64_t r, int64_t c) -> float & {
         return *at(dst, ptrdiff_t(r) * dst_row_stride + ptrdiff_t(c) * dst_col_stride);
     };
+    const bool rows_contiguous = work_col_stride == 4 && dst_col_stride == 4;
     out(0, 0) = a(0, 0);
     for (int64_t k = 0; k + 1 < n; ++k) {
         const float p = a(k, k);
@@ -387,7 +389,25 @@ void lsc_lu_eliminate_x86_64_v3(float *work, int32_t work_row_stride, int32_t wo
         }
         for (int64_t i = k + 1; i < n; ++i) {
             const float l = -out(i, k);
-            for (int64_t j = k + 1; j < n; ++j)
+            int64_t j = k + 1;
+            if (rows_contiguous) {
+                // The updates of a row are independent: eight columns per
+                // vector, each with its own fused multiply-add.
+                float *row = &a(i, 0);
+                const float *upper = &out(k, 0);
+                const __m256 factor = _mm256_set1_ps(l);
+                for (; j + 8 <= n; j += 8)
+                    _mm256_storeu_ps(row + j, _mm256_fmadd_ps(factor, _mm256_loadu_ps(upper + j),
+                                                              _mm256_loadu_ps(row + j)));
+                if (j < n) {
+                    const __m256i mask = first_lanes(n - j);
+                    _mm256_maskstore_ps(row + j, mask,
+                                        _mm256_fmadd_ps(factor, _mm256_maskload_ps(upper + j, mask),
+                                                        _mm256_maskload_ps(row + j, mask)));
+                }
+                continue;
+            }
+            for (; j < n; ++j)
                 a(i, j) = __builtin_fmaf(l, out(k, j), a(i, j));
         }
         out(k + 1, k + 1) = a(k + 1, k + 1);
