@@ -3,6 +3,7 @@
 // with the LU factors of the normal matrix, then P(x, y) on the
 // corner-aligned target grid.
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
@@ -95,12 +96,23 @@ void evaluate_plane(const float *c, float *dst, uint16_t src_width, uint16_t src
 }
 
 #if defined(EJ_CMC_HAVE_X86_64_V3)
+// Whether [a, a + a_count) and [b, b + b_count) share a float.
+bool overlap(const float *a, size_t a_count, const float *b, size_t b_count)
+{
+    const uintptr_t a0 = reinterpret_cast<uintptr_t>(a), b0 = reinterpret_cast<uintptr_t>(b);
+    return a0 < b0 + b_count * sizeof(float) && b0 < a0 + a_count * sizeof(float);
+}
+
 // Whether the four planes can be solved together (x86-64-v3): 15 terms, and
 // every plane and matrix there, so that no channel would stop the per-channel
 // loop early and both products would return 0 (their dimensions agree by
-// construction and the interior of the grid always lies inside it).
-bool four_planes_together(const float *design_t, float *const *src_planes,
-                          float *const *dst_planes, uint16_t num_terms, bool evaluated)
+// construction and the interior of the grid always lies inside it); and no
+// destination plane overlapping another one or anything the solve reads, so
+// that writing a plane early cannot change what a later channel reads or
+// which write lands last.
+bool four_planes_together(const float *design_t, const float *lu, float *const *src_planes,
+                          float *const *dst_planes, uint16_t num_terms, size_t m,
+                          size_t plane, bool evaluated)
 {
     if (cmc_isa_selected() != cmc_isa::x86_64_v3 || num_terms != kPolynomialTerms ||
         design_t == nullptr)
@@ -108,6 +120,18 @@ bool four_planes_together(const float *design_t, float *const *src_planes,
     for (int k = 0; k < 4; ++k)
         if (src_planes[k] == nullptr || (evaluated && dst_planes[k] == nullptr))
             return false;
+    if (!evaluated)
+        return true;
+    for (int k = 0; k < 4; ++k) {
+        const float *dst = dst_planes[k];
+        if (overlap(dst, plane, design_t, kPolynomialTerms * m) ||
+            overlap(dst, plane, lu, kPolynomialTerms * kPolynomialTerms))
+            return false;
+        for (int j = 0; j < 4; ++j)
+            if (overlap(dst, plane, src_planes[j], m) ||
+                (j != k && overlap(dst, plane, dst_planes[j], plane)))
+                return false;
+    }
     return true;
 }
 
@@ -173,7 +197,9 @@ uint32_t lsc_polynomial_upscale_float(const float *design_t, const float *lu,
     if (b.data == nullptr || c.data == nullptr)
         return 2;
 #if defined(EJ_CMC_HAVE_X86_64_V3)
-    if (four_planes_together(design_t, src_planes, dst_planes, num_terms, evaluated))
+    if (four_planes_together(design_t, lu, src_planes, dst_planes, num_terms,
+                             static_cast<size_t>(m),
+                             static_cast<size_t>(dst_width) * dst_height, evaluated))
         return upscale_four_planes(design_t, lu, src_planes, dst_planes, src_width, src_height,
                                    dst_width, dst_height, margin_y, margin_x, use_margins != 0,
                                    evaluated);

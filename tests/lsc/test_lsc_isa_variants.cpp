@@ -227,6 +227,30 @@ INSTANTIATE_TEST_SUITE_P(Lsc, LscIsaUpscale, ::testing::Values(
     UpscaleCase{11, 8, 33, 17, 0, 0, 0, true},  // a NaN sample in plane 1
     UpscaleCase{11, 8, 33, 17, 1, 1, 1, true}));
 
+// Destination planes overlapping a later channel's source plane or each
+// other: the channels must act one after the other, as the portable loop
+// takes them.
+TEST_F(LscIsaVariants, UpscaleWithOverlappingPlanes)
+{
+    const uint16_t w = 9, h = 7;
+    const size_t m = size_t(w) * h;
+    const auto design_t = random_floats(15 * m, 71);
+    auto lu = random_floats(15 * 15, 72);
+    for (size_t i = 0; i < 15; ++i)
+        lu[i * 15 + i] += 40.0f;
+    const size_t layouts[3][4] = {{1, 4, 5, 6}, {4, 4, 5, 6}, {4, 5, 6, 3}};
+    for (const auto &dst_at : layouts) {
+        expect_same_bits(random_floats(7 * m, 73), [&](float *memory) {
+            float *const src[4] = {memory, memory + m, memory + 2 * m, memory + 3 * m};
+            float *const dst[4] = {memory + dst_at[0] * m, memory + dst_at[1] * m,
+                                   memory + dst_at[2] * m, memory + dst_at[3] * m};
+            return lsc_polynomial_upscale_float(design_t.data(), lu.data(), nullptr, src, dst, w, h,
+                                                w, h, 15, 0, 0, 0);
+        }, "destinations at " + std::to_string(dst_at[0]) + std::to_string(dst_at[1]) +
+               std::to_string(dst_at[2]) + std::to_string(dst_at[3]));
+    }
+}
+
 // Whole table sets: the normal matrix, the solves, the evaluation and the
 // normalisation.
 TEST_F(LscIsaVariants, PolynomialTables)
