@@ -166,6 +166,35 @@ void lsc_mul_mv_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
     }
 }
 
+// Blocks of eight rows by eight columns: loaded row by row (masked at the
+// right edge), transposed in registers and stored as eight rows of the
+// destination (masked at its right edge). Every element is copied as it is.
+void lsc_transpose_x86_64_v3(const float *src, int32_t src_row_stride, int32_t src_width,
+                             int32_t src_height, float *dst, int32_t dst_row_stride)
+{
+    for (int64_t r0 = 0; r0 < src_height; r0 += 8) {
+        const int64_t rows = src_height - r0 < 8 ? src_height - r0 : 8;
+        const __m256i row_mask = first_lanes(rows);
+        for (int64_t c0 = 0; c0 < src_width; c0 += 8) {
+            const int64_t cols = src_width - c0 < 8 ? src_width - c0 : 8;
+            const __m256i col_mask = first_lanes(cols);
+            __m256 v[8];
+            for (int64_t l = 0; l < 8; ++l)
+                v[l] = l < rows
+                           ? _mm256_maskload_ps(at(src, ptrdiff_t(r0 + l) * src_row_stride) + c0, col_mask)
+                           : _mm256_setzero_ps();
+            transpose8(v);
+            for (int64_t q = 0; q < cols; ++q) {
+                float *out = at(dst, ptrdiff_t(c0 + q) * dst_row_stride) + r0;
+                if (rows == 8)
+                    _mm256_storeu_ps(out, v[q]);
+                else
+                    _mm256_maskstore_ps(out, row_mask, v[q]);
+            }
+        }
+    }
+}
+
 namespace {
 
 // mul_mm for a b at most 16 columns wide (the normal matrix of the fit):

@@ -29,6 +29,13 @@ struct lsc_dot_span {
 /* Whether a stride (in bytes) can step eight lanes with 32-bit offsets. */
 bool lsc_lane_stride_fits(int32_t stride);
 
+/*
+ * transpose_m for row-major views (column strides 4 on both sides) that do
+ * not overlap: dst(c, r) = src(r, c).
+ */
+void lsc_transpose_x86_64_v3(const float *src, int32_t src_row_stride, int32_t src_width,
+                             int32_t src_height, float *dst, int32_t dst_row_stride);
+
 /* mul_mv / mul_mv_lsc: y(i) = sum over the span of a(i, s) * x(s). */
 void lsc_mul_mv_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_stride,
                           int32_t a_height, const float *x, int32_t x_stride, float *y,

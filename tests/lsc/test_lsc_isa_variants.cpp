@@ -89,6 +89,15 @@ TEST_F(LscIsaVariants, Products)
         expect_same_bits(std::vector<float>(size_t(n), 7.0f), [&](float *y) {
             return mul_mv(a.data(), va.row_stride, va.col_stride, inner, n, b.data(), 4, inner, y, 4);
         }, "mul_mv " + what);
+        expect_same_bits(std::vector<float>(size_t(n) * inner, 7.0f), [&](float *dst) {
+            const View vt = layout(inner, n, tc);
+            return transpose_m(a.data(), va.row_stride, va.col_stride, inner, n, dst, vt.row_stride,
+                               vt.col_stride);
+        }, "transpose " + what);
+        // In place, rows overlapping: the element order of the portable loop.
+        expect_same_bits(a, [&](float *m) {
+            return transpose_m(m, 4 * inner, 4, inner, n, m, 4 * n, 4);
+        }, "transpose in place " + what);
         // The interior of a grid whose samples are the inner index.
         const uint16_t gw = uint16_t(1 + gen() % 8);
         const uint16_t gh = uint16_t(inner / gw);
