@@ -1,6 +1,7 @@
 /*
  * lsc_x86_64_v3.h - x86-64-v3 (AVX2 + FMA) loops of the linear-algebra
- * products and of the polynomial evaluation (internal).
+ * kernels and of the polynomial fit: transpose, products, LU elimination,
+ * solves, evaluation, sample conversion and normalisation (internal).
  *
  * Each replaces the portable loop of the function named in its comment once
  * that function has validated its arguments, and writes the same bits: every
