@@ -267,12 +267,17 @@ TEST_F(LscIsaVariants, PolynomialTables)
     std::mt19937 gen(17);
     for (int round = 0; round < 24; ++round) {
         const uint8_t w = uint8_t(5 + gen() % 20), h = uint8_t(5 + gen() % 16);
-        const uint16_t dw = uint16_t(2 + gen() % 90), dh = uint16_t(2 + gen() % 70);
+        // Every fourth target spans two column strips of the evaluation.
+        const uint16_t dw = uint16_t(round % 4 == 3 ? 250 + gen() % 100 : 2 + gen() % 90),
+                       dh = uint16_t(2 + gen() % 70);
         const uint32_t flip = gen() % 4;
         const uint8_t exclude = uint8_t(gen() % 2);
+        // One to three tables: the divisions of a table's planes are carried
+        // out during the next table's evaluation, the last ones at the end.
+        const size_t table_count = 1 + size_t(round % 3);
         // Smooth gains with noise, so that the fits are well posed.
-        std::vector<std::vector<uint16_t>> samples(8);
-        std::vector<nvm_lsc_table> tables(2);
+        std::vector<std::vector<uint16_t>> samples(4 * 3);
+        std::vector<nvm_lsc_table> tables(table_count);
         for (size_t k = 0; k < samples.size(); ++k) {
             for (int r = 0; r < h; ++r)
                 for (int c = 0; c < w; ++c)
@@ -286,7 +291,7 @@ TEST_F(LscIsaVariants, PolynomialTables)
             for (uint16_t v : samples[4 + c])
                 bytes[c].push_back(uint8_t(v));
         for (size_t t = 0; t < tables.size(); ++t) {
-            const bool narrow = t == 1 && round % 2 == 1;
+            const bool narrow = t == 1 && round % 5 < 2;
             tables[t].frac_bits = narrow ? 7 : 10;
             for (size_t c = 0; c < 4; ++c)
                 tables[t].channel_tables[c] =
