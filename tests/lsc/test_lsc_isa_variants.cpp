@@ -272,8 +272,8 @@ TEST_F(LscIsaVariants, PolynomialTables)
                        dh = uint16_t(2 + gen() % 70);
         const uint32_t flip = gen() % 4;
         const uint8_t exclude = uint8_t(gen() % 2);
-        // One to three tables: the divisions of a table's planes are carried
-        // out during the next table's evaluation, the last ones at the end.
+        // One to three tables: the working tables and the factors serve one
+        // table after the other.
         const size_t table_count = 1 + size_t(round % 3);
         // Smooth gains with noise, so that the fits are well posed.
         std::vector<std::vector<uint16_t>> samples(4 * 3);
