@@ -66,62 +66,76 @@ constexpr int64_t kRowsTogether = 2;
 
 namespace {
 
-// mul_mv over the full span of a matrix whose rows are contiguous floats:
-// eight rows by eight columns are loaded and transposed, so that column s
-// of the eight rows is one vector, taken in ascending s as the gathers take
-// it. Two groups of eight rows go through the span together (two
-// independent sums per step); a tail shorter than eight columns re-reads
-// the last eight columns and adds only the new ones.
-void mul_mv_contiguous_rows(const float *a, int32_t a_row_stride, int32_t a_height,
-                            const float *x, int32_t x_stride, float *y, int32_t y_stride,
-                            int64_t count)
-{
-    for (int64_t first = 0; first < a_height; first += 16) {
-        const int64_t present = a_height - first < 16 ? a_height - first : 16;
-        const float *rows[16];
-        for (int64_t l = 0; l < 16; ++l)
-            rows[l] = l < present ? at(a, ptrdiff_t(first + l) * a_row_stride) : nullptr;
-        __m256 acc[2] = {_mm256_setzero_ps(), _mm256_setzero_ps()};
-        const auto block = [&rows](int64_t base, __m256 *low, __m256 *high) {
-            for (int l = 0; l < 8; ++l) {
-                low[l] = rows[l] != nullptr ? _mm256_loadu_ps(rows[l] + base) : _mm256_setzero_ps();
-                high[l] = rows[8 + l] != nullptr ? _mm256_loadu_ps(rows[8 + l] + base)
-                                                 : _mm256_setzero_ps();
-            }
-            transpose8(low);
-            transpose8(high);
-        };
-        int64_t s = 0;
-        for (; s + 8 <= count; s += 8) {
-            __m256 low[8], high[8];
-            block(s, low, high);
-            for (int q = 0; q < 8; ++q) {
-                const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s + q) * x_stride));
-                acc[0] = _mm256_fmadd_ps(low[q], xs, acc[0]);
-                acc[1] = _mm256_fmadd_ps(high[q], xs, acc[1]);
-            }
+// mul_mv over a span, for a matrix whose rows are contiguous floats: eight
+// rows by eight columns are loaded and transposed, so that column s of the
+// eight rows is one vector, taken in ascending s as the gathers take it.
+// Two groups of eight rows go through the span together (two independent
+// sums per step); rows past the end of a repeat the last row and are not
+// stored. A run's tail shorter than eight columns re-reads the eight columns
+// that end the run and adds only the new ones; a run ending before column 8
+// is read column by column.
+struct contiguous_rows_sums {
+    const float *rows[16];
+    const float *x;
+    int32_t x_stride;
+    __m256 acc[2];
+
+    void add_block(int64_t base, int64_t first)
+    {
+        __m256 low[8], high[8];
+        for (int l = 0; l < 8; ++l) {
+            low[l] = _mm256_loadu_ps(rows[l] + base);
+            high[l] = _mm256_loadu_ps(rows[8 + l] + base);
         }
-        if (s < count && count >= 8) {
-            __m256 low[8], high[8];
-            block(count - 8, low, high);
-            for (int64_t q = 8 - (count - s); q < 8; ++q) {
-                const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(count - 8 + q) * x_stride));
-                acc[0] = _mm256_fmadd_ps(low[q], xs, acc[0]);
-                acc[1] = _mm256_fmadd_ps(high[q], xs, acc[1]);
-            }
-            s = count;
+        transpose8(low);
+        transpose8(high);
+        for (int64_t q = first; q < 8; ++q) {
+            const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(base + q) * x_stride));
+            acc[0] = _mm256_fmadd_ps(low[q], xs, acc[0]);
+            acc[1] = _mm256_fmadd_ps(high[q], xs, acc[1]);
         }
-        for (; s < count; ++s) {
-            alignas(32) float column[16] = {};
-            for (int64_t l = 0; l < present; ++l)
+    }
+
+    void add_run(int64_t s0, int64_t s1)
+    {
+        int64_t s = s0;
+        for (; s + 8 <= s1; s += 8)
+            add_block(s, 0);
+        if (s == s1)
+            return;
+        if (s1 >= 8) {
+            add_block(s1 - 8, 8 - (s1 - s));
+            return;
+        }
+        for (; s < s1; ++s) {
+            alignas(32) float column[16];
+            for (int l = 0; l < 16; ++l)
                 column[l] = rows[l][s];
             const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride));
             acc[0] = _mm256_fmadd_ps(_mm256_load_ps(column), xs, acc[0]);
             acc[1] = _mm256_fmadd_ps(_mm256_load_ps(column + 8), xs, acc[1]);
         }
-        store_lanes(at(y, ptrdiff_t(first) * y_stride), y_stride, acc[0], present);
+    }
+};
+
+void mul_mv_contiguous_rows(const float *a, int32_t a_row_stride, int32_t a_height,
+                            const float *x, int32_t x_stride, float *y, int32_t y_stride,
+                            const lsc_dot_span &span)
+{
+    const span_runs runs(span);
+    for (int64_t first = 0; first < a_height; first += 16) {
+        const int64_t present = a_height - first < 16 ? a_height - first : 16;
+        contiguous_rows_sums sums;
+        for (int64_t l = 0; l < 16; ++l)
+            sums.rows[l] = at(a, ptrdiff_t(first + (l < present ? l : present - 1)) * a_row_stride);
+        sums.x = x;
+        sums.x_stride = x_stride;
+        sums.acc[0] = sums.acc[1] = _mm256_setzero_ps();
+        for (int64_t run = 0; run < runs.count; ++run)
+            sums.add_run(runs.start(run), runs.start(run) + runs.length);
+        store_lanes(at(y, ptrdiff_t(first) * y_stride), y_stride, sums.acc[0], present);
         if (present > 8)
-            store_lanes(at(y, ptrdiff_t(first + 8) * y_stride), y_stride, acc[1], present - 8);
+            store_lanes(at(y, ptrdiff_t(first + 8) * y_stride), y_stride, sums.acc[1], present - 8);
     }
 }
 
@@ -131,8 +145,8 @@ void lsc_mul_mv_x86_64_v3(const float *a, int32_t a_row_stride, int32_t a_col_st
                           int32_t a_height, const float *x, int32_t x_stride, float *y,
                           int32_t y_stride, const lsc_dot_span &span)
 {
-    if (a_col_stride == 4 && !span.interior) {
-        mul_mv_contiguous_rows(a, a_row_stride, a_height, x, x_stride, y, y_stride, span.count);
+    if (a_col_stride == 4) {
+        mul_mv_contiguous_rows(a, a_row_stride, a_height, x, x_stride, y, y_stride, span);
         return;
     }
     const __m256i lane_offset =
