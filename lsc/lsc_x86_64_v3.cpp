@@ -1,6 +1,7 @@
-// x86-64-v3 loops of the matrix products, the LU elimination, the single
-// solve and the normalisation. Eight independent outputs per vector (rows of
-// a matrix-vector product, columns of a row of a matrix-matrix product);
+// x86-64-v3 loops of the transpose, the matrix products, the LU elimination,
+// the single solve, the NVM sample conversion and the normalisation. Eight
+// independent outputs per vector (rows of a matrix-vector product, columns
+// of a row of a matrix-matrix product or of the elimination, samples);
 // each lane runs the portable sequence of its output unchanged. Strided
 // operands are read with gathers. No inline function with external linkage
 // is called from here (see resample/bicubic_math.h for why).
