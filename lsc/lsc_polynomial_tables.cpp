@@ -59,17 +59,29 @@ struct FitScratch {
     }
 };
 
+// The divisor is a power of two from 1 to 2^31 and v at most 65535, so
+// v / divisor is exact, and so is v * (1 / divisor): the product has the
+// quotient's bits (a multiplication instead of a division per sample).
 template <typename Sample>
 void convert_channel(const void *table, float *working, size_t w, size_t h, float divisor,
                      uint32_t flip_mode)
 {
+    const float reciprocal = 1.0f / divisor;
     const auto *samples = static_cast<const Sample *>(table);
     const bool mirror_columns = (flip_mode & 1u) != 0;
     const bool mirror_rows = (flip_mode & 2u) != 0;
     for (size_t r = 0; r < h; ++r) {
         float *out = working + (mirror_rows ? h - 1 - r : r) * w;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+        if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+            lsc_convert_row_x86_64_v3(samples + r * w, sizeof(Sample) == 2, out, w, reciprocal,
+                                      mirror_columns);
+            continue;
+        }
+#endif
         for (size_t c = 0; c < w; ++c)
-            out[mirror_columns ? w - 1 - c : c] = static_cast<float>(samples[r * w + c]) / divisor + 1.0f;
+            out[mirror_columns ? w - 1 - c : c] =
+                static_cast<float>(samples[r * w + c]) * reciprocal + 1.0f;
     }
 }
 

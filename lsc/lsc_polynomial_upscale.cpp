@@ -3,6 +3,7 @@
 // with the LU factors of the normal matrix, then P(x, y) on the
 // corner-aligned target grid.
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
@@ -10,6 +11,9 @@
 #include "ej_cmc_lsc.h"
 #include "isa_dispatch.h"
 #include "lsc_x86_64_v3.h"
+#include "matrix_view.h"
+
+using ej_lsc::GridInterior;
 
 namespace {
 
@@ -74,7 +78,9 @@ void evaluate_plane(const float *c, float *dst, uint16_t src_width, uint16_t src
 {
 #if defined(EJ_CMC_HAVE_X86_64_V3)
     if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
-        lsc_evaluate_plane_x86_64_v3(c, dst, src_width, src_height, dst_width, dst_height);
+        float *const planes[1] = {dst};
+        lsc_evaluate_planes_x86_64_v3(c, kPolynomialTerms, 1, planes, src_width, src_height,
+                                      dst_width, dst_height);
         return;
     }
 #endif
@@ -88,6 +94,82 @@ void evaluate_plane(const float *c, float *dst, uint16_t src_width, uint16_t src
             row[i] = evaluate(c, std::fma(static_cast<float>(i), sx, 1.0f), y);
     }
 }
+
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+// Whether [a, a + a_count) and [b, b + b_count) share a float.
+bool overlap(const float *a, size_t a_count, const float *b, size_t b_count)
+{
+    const uintptr_t a0 = reinterpret_cast<uintptr_t>(a), b0 = reinterpret_cast<uintptr_t>(b);
+    return a0 < b0 + b_count * sizeof(float) && b0 < a0 + a_count * sizeof(float);
+}
+
+// Whether the four planes can be solved together (x86-64-v3): 15 terms, and
+// every plane and matrix there, so that no channel would stop the per-channel
+// loop early and both products would return 0 (their dimensions agree by
+// construction and the interior of the grid always lies inside it); and no
+// destination plane overlapping another one or anything the solve reads, so
+// that writing a plane early cannot change what a later channel reads or
+// which write lands last.
+bool four_planes_together(const float *design_t, const float *lu, float *const *src_planes,
+                          float *const *dst_planes, uint16_t num_terms, size_t m,
+                          size_t plane, bool evaluated)
+{
+    if (cmc_isa_selected() != cmc_isa::x86_64_v3 || num_terms != kPolynomialTerms ||
+        design_t == nullptr)
+        return false;
+    for (int k = 0; k < 4; ++k)
+        if (src_planes[k] == nullptr || (evaluated && dst_planes[k] == nullptr))
+            return false;
+    if (!evaluated)
+        return true;
+    for (int k = 0; k < 4; ++k) {
+        const float *dst = dst_planes[k];
+        if (overlap(dst, plane, design_t, kPolynomialTerms * m) ||
+            overlap(dst, plane, lu, kPolynomialTerms * kPolynomialTerms))
+            return false;
+        for (int j = 0; j < 4; ++j)
+            if (overlap(dst, plane, src_planes[j], m) ||
+                (j != k && overlap(dst, plane, dst_planes[j], plane)))
+                return false;
+    }
+    return true;
+}
+
+// The four channels at once, "as if" one after the other: the right-hand
+// sides, the substitutions and the evaluation give every plane the bits of
+// the per-channel loop (see lsc_four_planes_x86_64_v3.cpp). The loop's
+// per-channel vector t is still allocated and released once per channel in
+// turn; when one of those allocations fails, the planes of the earlier
+// channels are written, as the loop would have written them, and the call
+// fails.
+uint32_t upscale_four_planes(const float *design_t, const float *lu, float *const *src_planes,
+                             float *const *dst_planes, uint16_t src_width, uint16_t src_height,
+                             uint16_t dst_width, uint16_t dst_height, uint16_t margin_y,
+                             uint16_t margin_x, bool use_margins, bool evaluated)
+{
+    const int64_t m = static_cast<int64_t>(src_width) * src_height;
+    lsc_dot_span span{false, m, 0, 0, 0, 0, 0};
+    if (use_margins) {
+        const GridInterior in(src_height, src_width, margin_y, margin_x);
+        span = {true, 0, in.width, in.first_row, in.first_col, in.iw, in.ih};
+    }
+    const float *const z[4] = {src_planes[0], src_planes[1], src_planes[2], src_planes[3]};
+    float b[kPolynomialTerms][4];
+    float c[4 * kPolynomialTerms];
+    lsc_rhs4_x86_64_v3(design_t, m, z, b, span);
+    lsc_substitute4_x86_64_v3(lu, b, c);
+    int solved = 0;
+    for (; solved < 4; ++solved) {
+        Vector t(kPolynomialTerms);
+        if (t.data == nullptr)
+            break;
+    }
+    if (evaluated && solved > 0)
+        lsc_evaluate_planes_x86_64_v3(c, kPolynomialTerms, solved, dst_planes, src_width,
+                                      src_height, dst_width, dst_height);
+    return solved == 4 ? 0 : 2;
+}
+#endif
 
 } // namespace
 
@@ -114,6 +196,14 @@ uint32_t lsc_polynomial_upscale_float(const float *design_t, const float *lu,
     Vector c(num_terms);
     if (b.data == nullptr || c.data == nullptr)
         return 2;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (four_planes_together(design_t, lu, src_planes, dst_planes, num_terms,
+                             static_cast<size_t>(m),
+                             static_cast<size_t>(dst_width) * dst_height, evaluated))
+        return upscale_four_planes(design_t, lu, src_planes, dst_planes, src_width, src_height,
+                                   dst_width, dst_height, margin_y, margin_x, use_margins != 0,
+                                   evaluated);
+#endif
 
     for (int k = 0; k < 4; ++k) {
         const float *z = src_planes[k];

@@ -3,6 +3,7 @@
 // Every dot product starts at 0.0 and adds one fused multiply-add per term in
 // ascending index order, so results are reproducible bit for bit.
 #include <cmath>
+#include <cstdint>
 
 #include "ej_cmc_lsc.h"
 #include "isa_dispatch.h"
@@ -53,6 +54,25 @@ lsc_dot_span interior_span(const GridInterior &in)
 }
 #endif
 
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+// Whether the x86-64-v3 transpose takes these views: both row-major with
+// rows that do not overlap each other, and the two views apart, so that the
+// order in which elements are copied does not matter.
+bool block_transpose(const float *src, int32_t src_row_stride, int32_t src_col_stride,
+                     int32_t src_width, int32_t src_height, const float *dst,
+                     int32_t dst_row_stride, int32_t dst_col_stride)
+{
+    if (cmc_isa_selected() != cmc_isa::x86_64_v3 || src_col_stride != 4 || dst_col_stride != 4 ||
+        int64_t(src_row_stride) < 4 * int64_t(src_width) ||
+        int64_t(dst_row_stride) < 4 * int64_t(src_height))
+        return false;
+    const uintptr_t s0 = reinterpret_cast<uintptr_t>(src), d0 = reinterpret_cast<uintptr_t>(dst);
+    const uintptr_t s1 = s0 + uintptr_t(int64_t(src_height - 1) * src_row_stride + 4 * int64_t(src_width));
+    const uintptr_t d1 = d0 + uintptr_t(int64_t(src_width - 1) * dst_row_stride + 4 * int64_t(src_height));
+    return s1 <= d0 || d1 <= s0;
+}
+#endif
+
 // The portable loops of every product: dst(i, j) = the sum of a(i, s) * b(s, j)
 // over the samples s in ascending order, all of 0 ... inner - 1 or, with
 // `in`, only the interior of the grid. A vector is read as a one-column
@@ -95,6 +115,13 @@ uint32_t transpose_m(const float *src, int32_t src_row_stride, int32_t src_col_s
     // an empty view.
     if (src_width <= 0 || src_height <= 0 || src == nullptr || dst == nullptr)
         return 0;
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (block_transpose(src, src_row_stride, src_col_stride, src_width, src_height, dst,
+                        dst_row_stride, dst_col_stride)) {
+        lsc_transpose_x86_64_v3(src, src_row_stride, src_width, src_height, dst, dst_row_stride);
+        return 0;
+    }
+#endif
     for (ptrdiff_t r = 0; r < src_height; ++r)
         for (ptrdiff_t c = 0; c < src_width; ++c)
             *element(dst, c, r, dst_row_stride, dst_col_stride) =

@@ -184,26 +184,32 @@ TEST(LscPolynomialTables, ConvertsSamplesWithTheirFractionalBits)
 TEST(LscPolynomialTables, DriverMatchesTheReferencePipelineBitForBit)
 {
     // Conversion, fit, evaluation and normalisation of a 17 x 13 module onto
-    // 64 x 48, rebuilt from the test reference.
+    // 64 x 48, rebuilt from the test reference; samples reaching the top of
+    // the u16 range, divided by 2^10, 2^16 and 2^31.
     const int w = 17, h = 13, dw = 64, dh = 48;
-    auto sample = [](int ch, int r, int c) { return 30 + 9 * (c - 8) * (c - 8) + 14 * (r - 6) * (r - 6) + 7 * ch + (r * c) % 11; };
-    LscFakeNvm nvm(w, h);
-    nvm.add(10, sample);
-    for (uint8_t exclude : {0, 1}) {
-        const Tables t = compute(dw, dh, nvm, 0, exclude);
-        ASSERT_TRUE(t);
-        const auto over = exclude ? ref::interior(w, h, 2, 2) : ref::all_samples(size_t(w) * h);
-        for (int ch = 0; ch < 4; ++ch) {
-            Plane z;
-            for (int r = 0; r < h; ++r)
-                for (int c = 0; c < w; ++c)
-                    z.push_back(float(sample(ch, r, c)) / 1024.0f + 1.0f);
-            Plane want = ref::upscale(ref::solve(z, w, h, over), w, h, dw, dh);
-            const float min = *std::min_element(want.begin(), want.end());
-            for (float &v : want)
-                v = std::max(v / min, 1.0f);
-            const Plane got = plane_of(*t, 0, ch, dw, dh);
-            EXPECT_EQ(0, std::memcmp(want.data(), got.data(), want.size() * sizeof(float))) << "channel " << ch;
+    auto sample = [](int ch, int r, int c) {
+        return 57 * (30 + 9 * (c - 8) * (c - 8) + 14 * (r - 6) * (r - 6) + 7 * ch + (r * c) % 11);
+    };
+    for (uint8_t frac_bits : {10, 16, 31}) {
+        LscFakeNvm nvm(w, h);
+        nvm.add(frac_bits, sample);
+        for (uint8_t exclude : {0, 1}) {
+            const Tables t = compute(dw, dh, nvm, 0, exclude);
+            ASSERT_TRUE(t);
+            const auto over = exclude ? ref::interior(w, h, 2, 2) : ref::all_samples(size_t(w) * h);
+            for (int ch = 0; ch < 4; ++ch) {
+                Plane z;
+                for (int r = 0; r < h; ++r)
+                    for (int c = 0; c < w; ++c)
+                        z.push_back(float(sample(ch, r, c)) / std::ldexp(1.0f, frac_bits) + 1.0f);
+                Plane want = ref::upscale(ref::solve(z, w, h, over), w, h, dw, dh);
+                const float min = *std::min_element(want.begin(), want.end());
+                for (float &v : want)
+                    v = std::max(v / min, 1.0f);
+                const Plane got = plane_of(*t, 0, ch, dw, dh);
+                EXPECT_EQ(0, std::memcmp(want.data(), got.data(), want.size() * sizeof(float)))
+                    << "frac_bits " << int(frac_bits) << " channel " << ch;
+            }
         }
     }
 }
