@@ -15,7 +15,6 @@
 
 #include "bicubic_internal.h"
 #include "bicubic_math.h"
-#include "window_x86_64_v3.h"
 
 namespace {
 
@@ -37,7 +36,7 @@ constexpr uint32_t kStripColumns = 512;
 // Padded columns one strip may span (strong reductions get narrower strips),
 // and the readable slack after them for whole-register window loads.
 constexpr int32_t kSpanFloats = 2048;
-constexpr int32_t kSpanSlack = 16;
+constexpr int32_t kSpanSlack = 8;
 
 struct strip_tables {
     // First padded column of each output column, relative to `lo`; fraction
@@ -50,8 +49,8 @@ struct strip_tables {
     alignas(32) float h[4][kStripColumns];
     // Padded columns lo .. lo + span - 1 of the row being processed.
     alignas(32) float span_values[kSpanFloats + kSpanSlack];
-    // Per vector of eight columns: window registers holding its four taps
-    // (1 or 2), or 0 when the lanes are too far apart (gathered instead).
+    // Per vector of eight columns: 1 when its taps fit in one register, else
+    // 0 (loaded column by column).
     int32_t window[kStripColumns / 8];
     int64_t row[4];
     int32_t lo;
@@ -97,7 +96,7 @@ uint32_t column_tables(strip_tables &t, uint32_t first, uint32_t columns, uint16
         for (uint32_t m = 0; m < 8; ++m)
             t.x0[k + m] -= t.lo;
         const int32_t reach = t.x0[k + 7] + 4 - t.x0[k];
-        t.window[k / 8] = reach <= 8 ? 1 : (reach <= 16 ? 2 : 0);
+        t.window[k / 8] = reach <= 8 ? 1 : 0;
     }
     return taken;
 }
@@ -168,18 +167,10 @@ void load_span(strip_tables &t, const bicubic_resize_source &src, const float *b
     }
 }
 
-// Prefetches floats p[0 .. n - 1] into the cache (a hint; reads nothing).
-template <typename T>
-inline void prefetch_span(const T *p, size_t n)
-{
-    for (size_t k = 0; k < n; k += 64 / sizeof(T))
-        _mm_prefetch(reinterpret_cast<const char *>(p + k), _MM_HINT_T0);
-}
-
 // The horizontal cubic of the loaded span at every column of the strip. The
-// four taps of eight columns come from a window of one or two registers when
-// they lie that close together (permutes pick the same elements a gather
-// would read), else they are gathered.
+// four taps of eight columns come from a one-register window when they lie
+// that close together (permutes pick the same elements a gather would read),
+// else from four-float loads per column, transposed.
 void horizontal_row(const strip_tables &t, uint32_t count, float *out)
 {
     const float *span = t.span_values;
@@ -194,17 +185,26 @@ void horizontal_row(const strip_tables &t, uint32_t count, float *out)
             for (int tap = 0; tap < 4; ++tap)
                 p[tap] = _mm256_permutevar8x32_ps(
                     window, _mm256_add_epi32(idx, _mm256_set1_epi32(tap)));
-        } else if (registers == 2) {
-            const int32_t base = t.x0[k];
-            __m256i reg[2];
-            load_window<2>(reg, span + base);
-            const __m256i idx = _mm256_sub_epi32(x0, _mm256_set1_epi32(base));
-            for (int tap = 0; tap < 4; ++tap)
-                p[tap] = _mm256_castsi256_ps(
-                    window_pick<2>(reg, _mm256_add_epi32(idx, _mm256_set1_epi32(tap))));
         } else {
-            for (int tap = 0; tap < 4; ++tap)
-                p[tap] = _mm256_i32gather_ps(span + tap, x0, 4);
+            // Each column's four taps are consecutive: load them as four
+            // floats per column and transpose eight such rows into the taps.
+            const int32_t *x = t.x0 + k;
+            const __m256 r0 = _mm256_insertf128_ps(
+                _mm256_castps128_ps256(_mm_loadu_ps(span + x[0])), _mm_loadu_ps(span + x[4]), 1);
+            const __m256 r1 = _mm256_insertf128_ps(
+                _mm256_castps128_ps256(_mm_loadu_ps(span + x[1])), _mm_loadu_ps(span + x[5]), 1);
+            const __m256 r2 = _mm256_insertf128_ps(
+                _mm256_castps128_ps256(_mm_loadu_ps(span + x[2])), _mm_loadu_ps(span + x[6]), 1);
+            const __m256 r3 = _mm256_insertf128_ps(
+                _mm256_castps128_ps256(_mm_loadu_ps(span + x[3])), _mm_loadu_ps(span + x[7]), 1);
+            const __m256 t0 = _mm256_unpacklo_ps(r0, r1);
+            const __m256 t1 = _mm256_unpackhi_ps(r0, r1);
+            const __m256 t2 = _mm256_unpacklo_ps(r2, r3);
+            const __m256 t3 = _mm256_unpackhi_ps(r2, r3);
+            p[0] = _mm256_shuffle_ps(t0, t2, 0x44);
+            p[1] = _mm256_shuffle_ps(t0, t2, 0xEE);
+            p[2] = _mm256_shuffle_ps(t1, t3, 0x44);
+            p[3] = _mm256_shuffle_ps(t1, t3, 0xEE);
         }
         _mm256_store_ps(out + k, catmull_rom(p[0], p[1], p[2], p[3], _mm256_load_ps(t.fx + k),
                                              _mm256_load_ps(t.half_x + k)));
@@ -255,18 +255,6 @@ void bicubic_resample_u16p10_x86_64_v3(const bicubic_resize_source &src, const f
                     load_span(t, src, buffer, row, src_width, src_height);
                     horizontal_row(t, count, slot);
                     t.row[row & 3] = row;
-                    // The strip walks down the source: ask for the span it
-                    // reads two rows further on before it is needed.
-                    const uint32_t ahead = row + 2;
-                    if (ahead >= 1 && ahead <= src_height) {
-                        const size_t at = static_cast<size_t>(ahead - 1) * src_width +
-                                          static_cast<size_t>(t.lo > 0 ? t.lo - 1 : 0);
-                        const size_t n = static_cast<size_t>(t.span);
-                        if (src.f32 != nullptr)
-                            prefetch_span(src.f32 + at, n);
-                        else
-                            prefetch_span(src.u16 + at, n);
-                    }
                 }
                 h[r] = slot;
             }
