@@ -182,6 +182,7 @@ void horizontal_row(const strip_tables &t, uint32_t count, float *out)
             const int32_t base = t.x0[k];
             const __m256 window = _mm256_loadu_ps(span + base);
             const __m256i idx = _mm256_sub_epi32(x0, _mm256_set1_epi32(base));
+            #pragma GCC unroll 16
             for (int tap = 0; tap < 4; ++tap)
                 p[tap] = _mm256_permutevar8x32_ps(
                     window, _mm256_add_epi32(idx, _mm256_set1_epi32(tap)));

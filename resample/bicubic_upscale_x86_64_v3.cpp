@@ -61,11 +61,16 @@ inline uint32_t run_length(uint32_t out, uint32_t remaining, float scale)
     return n;
 }
 
-// Output columns per strip of the cell walk: the column plan and the
-// coefficients of the strip's cells stay on the stack (about 20 KiB).
+// Output columns per strip of the cell walk: the column plan, the
+// coefficients of the strip's cells and the horizontal halves of one cell
+// row stay on the stack (about 25 KiB).
 constexpr uint32_t kWalkColumns = 256;
-// Rows whose vertical fractions are tabled at a time.
-constexpr uint32_t kRowBlock = 64;
+// Cell rows per band: the walk covers a band strip by strip, so that the
+// band's buffer rows stay in the cache while its strips are emitted.
+constexpr uint32_t kBandCellRows = 16;
+// Destination planes of at least this many bytes are written with streaming
+// stores (they would only push everything else out of the cache).
+constexpr size_t kStreamingBytes = size_t(4) << 20;
 
 struct walk_strip {
     // Cell of each column relative to first_cell (columns no cell emits, if
@@ -77,6 +82,9 @@ struct walk_strip {
     // coef[n][c]: coefficient a_n of cell first_cell + c; eight spare entries
     // so that a vector load at any cell of the strip stays inside.
     alignas(32) float coef[16][kWalkColumns + 8];
+    // q[m][k]: the horizontal half q_m of the evaluation at column k, for
+    // the cell row being emitted.
+    alignas(32) float q[4][kWalkColumns];
     uint32_t first_cell;
     uint32_t cells;    // cells the strip's columns belong to
     uint32_t columns;  // columns in the strip
@@ -128,23 +136,97 @@ struct column_planner {
     }
 };
 
+// Largest magnitude in the buffer for which separable_coefficients gives the
+// coefficients' exact values (see there).
+constexpr float kExactMagnitude = 32768.0f;
+
+// The 16 coefficients as a separable product: the Catmull-Rom weights along
+// each of the four rows, then the same weights down the four results, with
+// fused multiply-adds. In general this rounds differently from the
+// coefficients' plain sums; it is used only where neither rounds at all:
+//  - a buffer built from 8- or 16-bit samples (the upscalers' sources) holds
+//    multiples of 1/2 (integers, their extrapolations, the corners' halves);
+//  - every weight and every product of two weights is a multiple of 1/4, so
+//    every product, partial sum and result of either form is a multiple of
+//    1/8;
+//  - with |B| <= 2^15 everywhere, every such value is bounded by the sum of
+//    the absolute weights of a coefficient (at most 36) times 2^15, below
+//    2^21, and a multiple of 1/8 below 2^21 is a float.
+// Both forms then compute the same exact value: identical bits.
+inline void separable_coefficients(const __m256 *P, __m256 *a)
+{
+    const __m256 half = _mm256_set1_ps(0.5f);
+    const __m256 neg_half = _mm256_set1_ps(-0.5f);
+    const __m256 two = _mm256_set1_ps(2.0f);
+    const __m256 neg_two_half = _mm256_set1_ps(-2.5f);
+    const __m256 one_half = _mm256_set1_ps(1.5f);
+    const __m256 neg_one_half = _mm256_set1_ps(-1.5f);
+    // Weights w_n(p0, p1, p2, p3) of the powers 0 .. 3 of the fraction.
+    auto weigh = [&](__m256 p0, __m256 p1, __m256 p2, __m256 p3, __m256 *w) {
+        w[0] = p1;
+        w[1] = _mm256_mul_ps(_mm256_sub_ps(p2, p0), half);
+        w[2] = _mm256_fmadd_ps(neg_half, p3,
+                               _mm256_fmadd_ps(two, p2, _mm256_fmadd_ps(neg_two_half, p1, p0)));
+        w[3] = _mm256_fmadd_ps(half, p3,
+                               _mm256_fmadd_ps(neg_one_half, p2,
+                                               _mm256_fmadd_ps(one_half, p1,
+                                                               _mm256_mul_ps(neg_half, p0))));
+    };
+    __m256 t[4][4]; // t[r][n]: weight n along row r
+    #pragma GCC unroll 16
+    for (int r = 0; r < 4; ++r)
+        weigh(P[4 * r], P[4 * r + 1], P[4 * r + 2], P[4 * r + 3], t[r]);
+    #pragma GCC unroll 16
+    for (int n = 0; n < 4; ++n) {
+        __m256 w[4];
+        weigh(t[0][n], t[1][n], t[2][n], t[3][n], w);
+        #pragma GCC unroll 16
+        for (int m = 0; m < 4; ++m)
+            a[4 * m + n] = w[m];
+    }
+}
+
+// True when every value of the buffer is within kExactMagnitude (a NaN is
+// not).
+bool buffer_within_exact_range(const float *buffer, size_t n)
+{
+    const __m256 abs_mask = _mm256_castsi256_ps(_mm256_set1_epi32(0x7FFFFFFF));
+    const __m256 limit = _mm256_set1_ps(kExactMagnitude);
+    __m256 within = _mm256_castsi256_ps(_mm256_set1_epi32(-1));
+    size_t k = 0;
+    for (; k + 8 <= n; k += 8)
+        within = _mm256_and_ps(
+            within, _mm256_cmp_ps(_mm256_and_ps(_mm256_loadu_ps(buffer + k), abs_mask), limit,
+                                  _CMP_LE_OQ));
+    bool all = _mm256_movemask_ps(within) == 0xFF;
+    for (; k < n; ++k)
+        all = all && buffer[k] <= kExactMagnitude && buffer[k] >= -kExactMagnitude;
+    return all;
+}
+
 // Coefficients of the strip's cells in cell row i. Eight whole cells are
 // computed as one vector; the loads stay inside buffer row i + 3 since cell
 // j + 7 <= W - 1 reads up to column W + 2. Other cells are computed one by
 // one, with the same operations.
 void strip_coefficients(walk_strip &s, const float *buffer, size_t stride, uint32_t i,
-                        uint32_t src_width)
+                        uint32_t src_width, bool exact)
 {
     const float *row = buffer + i * stride;
     uint32_t c = 0;
     for (; c + 8 <= s.cells && s.first_cell + c + 8 <= src_width; c += 8) {
         const float *cell = row + s.first_cell + c;
         __m256 P[16];
+        #pragma GCC unroll 16
         for (size_t r = 0; r < 4; ++r)
+            #pragma GCC unroll 16
             for (size_t k = 0; k < 4; ++k)
                 P[4 * r + k] = _mm256_loadu_ps(cell + r * stride + k);
         __m256 a[16];
-        patch_coefficients(P, a);
+        if (exact)
+            separable_coefficients(P, a);
+        else
+            patch_coefficients(P, a);
+        #pragma GCC unroll 16
         for (int n = 0; n < 16; ++n)
             _mm256_storeu_ps(s.coef[n] + c, a[n]);
     }
@@ -161,70 +243,117 @@ void strip_coefficients(walk_strip &s, const float *buffer, size_t stride, uint3
     }
 }
 
+// The horizontal halves q_0 .. q_3 of the strip's columns for the cell row
+// whose coefficients are in s.coef: eight neighbouring columns form a vector
+// whose lanes take the coefficients of their own cells (every cell emits at
+// least one column).
+void strip_horizontal(walk_strip &s)
+{
+    for (uint32_t k = 0; k < s.assigned; k += 8) {
+        // Four neighbouring columns belong to at most four consecutive cells:
+        // each half of the vector loads the four cells from its first
+        // column's on and picks its lanes' cells within its own half.
+        const __m256i cell = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.cell + k));
+        const int32_t low = s.cell[k];
+        const int32_t high = s.cell[k + 4];
+        const __m256i lane_cell = _mm256_sub_epi32(cell, _mm256_setr_epi32(low, low, low, low,
+                                                                           high, high, high, high));
+        __m256 a[16];
+        #pragma GCC unroll 16
+        for (int n = 0; n < 16; ++n)
+            a[n] = _mm256_permutevar_ps(_mm256_loadu2_m128(s.coef[n] + high, s.coef[n] + low),
+                                        lane_cell);
+        __m256 q[4];
+        patch_along_x(a, _mm256_load_ps(s.fx + k), _mm256_load_ps(s.fx2 + k),
+                      _mm256_load_ps(s.fx3 + k), q);
+        #pragma GCC unroll 16
+        for (int m = 0; m < 4; ++m)
+            _mm256_store_ps(s.q[m] + k, q[m]);
+    }
+}
+
+// One output row of the strip at vertical fraction fy: the vertical half of
+// the evaluation and the clamp, stored along the row.
+void strip_row(const walk_strip &s, float fy, float *out, bool streaming)
+{
+    const float fy2 = fy * fy;
+    const float fy3 = fy * fy2;
+    const __m256 vfy = _mm256_set1_ps(fy), vfy2 = _mm256_set1_ps(fy2),
+                 vfy3 = _mm256_set1_ps(fy3);
+    // Streaming stores need 16-byte aligned addresses; floats of a row stay
+    // so aligned once the row start is.
+    streaming = streaming && (reinterpret_cast<uintptr_t>(out) & 15u) == 0;
+    for (uint32_t k = 0; k < s.assigned; k += 8) {
+        const __m256 q[4] = {_mm256_load_ps(s.q[0] + k), _mm256_load_ps(s.q[1] + k),
+                             _mm256_load_ps(s.q[2] + k), _mm256_load_ps(s.q[3] + k)};
+        const __m256 v = clamp_sample(patch_along_y(q, vfy, vfy2, vfy3));
+        if (k + 8 > s.assigned) {
+            _mm256_maskstore_ps(out + k, first_lanes(s.assigned - k), v);
+        } else if (streaming) {
+            _mm_stream_ps(out + k, _mm256_castps256_ps128(v));
+            _mm_stream_ps(out + k + 4, _mm256_extractf128_ps(v, 1));
+        } else {
+            _mm256_storeu_ps(out + k, v);
+        }
+    }
+}
+
 } // namespace
 
-// The portable cell walk, reordered: for a strip of output columns and a cell
-// row, eight neighbouring columns form a vector whose lanes take the
-// coefficients of their own cells (at most eight consecutive cells, as every
-// cell emits at least one column); the horizontal half of the evaluation is
-// shared by all rows the cell row emits. Each output sample gets exactly the
-// portable operations.
+// The portable cell walk, reordered: the cell rows are taken in bands; within
+// a band, strip by strip of output columns, every cell row computes its
+// cells' coefficients, the horizontal half of the evaluation at each column
+// (shared by all rows the cell row emits), then its rows. Each output sample
+// gets exactly the portable operations; only the order in which samples are
+// computed and stored differs.
 void bicubic_cell_walk_x86_64_v3(const float *buffer, float *dst, uint32_t src_width,
                                  uint32_t src_height, uint32_t dst_width, uint32_t dst_height,
                                  float scale_x, float scale_y)
 {
-    if (src_width == 0 || src_height == 0)
-        return; // no cell, nothing written
+    if (src_width == 0 || src_height == 0 || dst_width == 0)
+        return; // no cell or no column: nothing written
     const size_t stride = static_cast<size_t>(src_width) + 3;
+    const bool streaming =
+        static_cast<size_t>(dst_width) * dst_height * sizeof(float) >= kStreamingBytes;
+    // Small enough samples (every 8-bit plane, most 16-bit ones) take the
+    // separable form of the coefficients, which is exact for them.
+    const bool exact =
+        buffer_within_exact_range(buffer, stride * (static_cast<size_t>(src_height) + 3));
     walk_strip s;
-    column_planner planner;
-    for (uint32_t x0 = 0; x0 < dst_width; x0 += s.columns) {
-        planner.plan(s, min_u32(kWalkColumns, dst_width - x0), src_width, dst_width, scale_x);
-        if (s.assigned == 0)
-            break;
-        uint32_t out_y = 0;
-        for (uint32_t i = 0; i < src_height && out_y < dst_height; ++i) {
-            // Every cell of a source row emits the same rows.
-            const uint32_t ny = run_length(out_y, dst_height - out_y, scale_y);
-            strip_coefficients(s, buffer, stride, i, src_width);
-            // The rows' fraction powers, a bounded block of rows at a time.
-            for (uint32_t ky0 = 0; ky0 < ny; ky0 += kRowBlock) {
-                const uint32_t rows = min_u32(kRowBlock, ny - ky0);
-                float fy[kRowBlock], fy2[kRowBlock], fy3[kRowBlock];
-                for (uint32_t r = 0; r < rows; ++r) {
+    uint32_t band_i = 0;
+    uint32_t band_out_y = 0;
+    while (band_i < src_height && band_out_y < dst_height) {
+        const uint32_t band_end = min_u32(src_height, band_i + kBandCellRows);
+        // Where the band stops (the same for every strip: rows do not depend
+        // on the column).
+        uint32_t next_i = band_end;
+        uint32_t next_out_y = band_out_y;
+        column_planner planner;
+        for (uint32_t x0 = 0; x0 < dst_width; x0 += s.columns) {
+            planner.plan(s, min_u32(kWalkColumns, dst_width - x0), src_width, dst_width, scale_x);
+            if (s.assigned == 0)
+                break;
+            uint32_t out_y = band_out_y;
+            uint32_t i = band_i;
+            for (; i < band_end && out_y < dst_height; ++i) {
+                // Every cell of a source row emits the same rows.
+                const uint32_t ny = run_length(out_y, dst_height - out_y, scale_y);
+                strip_coefficients(s, buffer, stride, i, src_width, exact);
+                strip_horizontal(s);
+                float *out = dst + static_cast<size_t>(out_y) * dst_width + x0;
+                for (uint32_t ky = 0; ky < ny; ++ky, out += dst_width) {
                     const float y =
-                        (static_cast<float>(ky0 + r) + static_cast<float>(out_y)) * scale_y;
-                    fy[r] = y - static_cast<float>(trunc_to_int(y));
-                    fy2[r] = fy[r] * fy[r];
-                    fy3[r] = fy[r] * fy2[r];
+                        (static_cast<float>(ky) + static_cast<float>(out_y)) * scale_y;
+                    strip_row(s, y - static_cast<float>(trunc_to_int(y)), out, streaming);
                 }
-                for (uint32_t k = 0; k < s.assigned; k += 8) {
-                    const __m256i cell =
-                        _mm256_load_si256(reinterpret_cast<const __m256i *>(s.cell + k));
-                    const int32_t base = s.cell[k];
-                    const __m256i lane_cell = _mm256_sub_epi32(cell, _mm256_set1_epi32(base));
-                    __m256 a[16];
-                    for (int n = 0; n < 16; ++n)
-                        a[n] = _mm256_permutevar8x32_ps(_mm256_loadu_ps(s.coef[n] + base),
-                                                        lane_cell);
-                    __m256 q[4];
-                    patch_along_x(a, _mm256_load_ps(s.fx + k), _mm256_load_ps(s.fx2 + k),
-                                  _mm256_load_ps(s.fx3 + k), q);
-                    const uint32_t lanes = min_u32(8, s.assigned - k);
-                    const __m256i mask = first_lanes(lanes);
-                    float *out = dst + static_cast<size_t>(out_y + ky0) * dst_width + x0 + k;
-                    for (uint32_t r = 0; r < rows; ++r, out += dst_width) {
-                        const __m256 v = clamp_sample(patch_along_y(
-                            q, _mm256_set1_ps(fy[r]), _mm256_set1_ps(fy2[r]),
-                            _mm256_set1_ps(fy3[r])));
-                        if (lanes == 8)
-                            _mm256_storeu_ps(out, v);
-                        else
-                            _mm256_maskstore_ps(out, mask, v);
-                    }
-                }
+                out_y += ny;
             }
-            out_y += ny;
+            next_i = i;
+            next_out_y = out_y;
         }
+        band_i = next_i;
+        band_out_y = next_out_y;
     }
+    if (streaming)
+        _mm_sfence(); // the streamed samples are visible before the kernel returns
 }
