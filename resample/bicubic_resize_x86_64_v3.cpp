@@ -49,6 +49,9 @@ struct strip_tables {
     alignas(32) float h[4][kStripColumns];
     // Padded columns lo .. lo + span - 1 of the row being processed.
     alignas(32) float span_values[kSpanFloats + kSpanSlack];
+    // Where the row's padded column lo is read: span_values, or the float
+    // source row itself.
+    const float *span_at;
     // Per vector of eight columns: 1 when its taps fit in one register, else
     // 0 (loaded column by column).
     int32_t window[kStripColumns / 8];
@@ -122,12 +125,19 @@ void load_span(strip_tables &t, const bicubic_resize_source &src, const float *b
     const int32_t lo = t.lo;
     const int32_t end = t.lo + t.span; // one past the last padded column
     float *out = t.span_values;
+    t.span_at = out;
     if (row == 0 || row > src_height) {
         std::memcpy(out, buffer + row * (static_cast<size_t>(src_width) + 3) + lo,
                     static_cast<size_t>(t.span) * sizeof(float));
         return;
     }
     const size_t offset = static_cast<size_t>(row - 1) * src_width;
+    // Float samples away from the row's ends, slack included, are read where
+    // they are.
+    if (src.f32 != nullptr && lo >= 1 && end + kSpanSlack <= w + 1) {
+        t.span_at = src.f32 + offset + static_cast<size_t>(lo - 1);
+        return;
+    }
     // Data columns 1 .. W hold the converted samples 0 .. W - 1.
     auto sample = [&](int32_t column) -> float {
         if (src.f32 != nullptr)
@@ -173,7 +183,7 @@ void load_span(strip_tables &t, const bicubic_resize_source &src, const float *b
 // else from four-float loads per column, transposed.
 void horizontal_row(const strip_tables &t, uint32_t count, float *out)
 {
-    const float *span = t.span_values;
+    const float *span = t.span_at;
     for (uint32_t k = 0; k < count; k += 8) {
         const __m256i x0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(t.x0 + k));
         __m256 p[4];
