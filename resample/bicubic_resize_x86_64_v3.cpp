@@ -49,9 +49,17 @@ struct strip_tables {
     alignas(32) float h[4][kStripColumns];
     // Padded columns lo .. lo + span - 1 of the row being processed.
     alignas(32) float span_values[kSpanFloats + kSpanSlack];
-    // Where the row's padded column lo is read: span_values, or the float
-    // source row itself.
-    const float *span_at;
+    // Per vector of eight columns: 1 when all it reads (window slack
+    // included) lies in data columns 1 .. W, so that a float row can be read
+    // in place there.
+    uint8_t interior[kStripColumns / 8];
+    // The vectors that are not interior read span columns below head_end or
+    // from tail_start on: the only ones a float row needs in span_values.
+    int32_t head_end;
+    int32_t tail_start;
+    // The float source row being processed (its data column 1), or null
+    // when the row is wholly in span_values.
+    const float *row_data;
     // Per vector of eight columns: 1 when its taps fit in one register, else
     // 0 (loaded column by column).
     int32_t window[kStripColumns / 8];
@@ -95,11 +103,21 @@ uint32_t column_tables(strip_tables &t, uint32_t first, uint32_t columns, uint16
         t.half_x[k] = t.half_x[taken - 1];
     }
     t.span = t.x0[taken - 1] + 4 - t.lo;
+    t.head_end = 0;
+    t.tail_start = t.span;
     for (uint32_t k = 0; k < taken; k += 8) {
         for (uint32_t m = 0; m < 8; ++m)
             t.x0[k + m] -= t.lo;
         const int32_t reach = t.x0[k + 7] + 4 - t.x0[k];
         t.window[k / 8] = reach <= 8 ? 1 : 0;
+        const int32_t start = t.lo + t.x0[k];
+        const int32_t stop = t.lo + t.x0[k + 7] + 4 + kSpanSlack;
+        const bool interior = start >= 1 && stop <= static_cast<int32_t>(src_width) + 1;
+        t.interior[k / 8] = interior ? 1 : 0;
+        if (!interior && start < 1)
+            t.head_end = t.x0[k + 7] + 4 > t.head_end ? t.x0[k + 7] + 4 : t.head_end;
+        else if (!interior)
+            t.tail_start = t.x0[k] < t.tail_start ? t.x0[k] : t.tail_start;
     }
     return taken;
 }
@@ -125,19 +143,17 @@ void load_span(strip_tables &t, const bicubic_resize_source &src, const float *b
     const int32_t lo = t.lo;
     const int32_t end = t.lo + t.span; // one past the last padded column
     float *out = t.span_values;
-    t.span_at = out;
+    t.row_data = nullptr;
     if (row == 0 || row > src_height) {
         std::memcpy(out, buffer + row * (static_cast<size_t>(src_width) + 3) + lo,
                     static_cast<size_t>(t.span) * sizeof(float));
         return;
     }
     const size_t offset = static_cast<size_t>(row - 1) * src_width;
-    // Float samples away from the row's ends, slack included, are read where
-    // they are.
-    if (src.f32 != nullptr && lo >= 1 && end + kSpanSlack <= w + 1) {
-        t.span_at = src.f32 + offset + static_cast<size_t>(lo - 1);
-        return;
-    }
+    // Float samples are read in place by the interior vectors; the others
+    // take theirs from span_values.
+    if (src.f32 != nullptr)
+        t.row_data = src.f32 + offset;
     // Data columns 1 .. W hold the converted samples 0 .. W - 1.
     auto sample = [&](int32_t column) -> float {
         if (src.f32 != nullptr)
@@ -150,7 +166,22 @@ void load_span(strip_tables &t, const bicubic_resize_source &src, const float *b
         float *o = out + (first - lo);
         const size_t n = static_cast<size_t>(stop - first);
         if (src.f32 != nullptr) {
-            std::memcpy(o, src.f32 + offset + static_cast<size_t>(first - 1), n * sizeof(float));
+            // Only the head and the tail of the span: the interior vectors
+            // between them read the row in place.
+            const float *in = src.f32 + offset + static_cast<size_t>(first - 1);
+            const size_t head = t.head_end + lo > first
+                                    ? static_cast<size_t>(t.head_end + lo - first)
+                                    : 0;
+            const size_t tail = t.tail_start + lo > first
+                                    ? static_cast<size_t>(t.tail_start + lo - first)
+                                    : 0;
+            if (head >= tail) {
+                std::memcpy(o, in, n * sizeof(float));
+            } else {
+                std::memcpy(o, in, (head < n ? head : n) * sizeof(float));
+                if (tail < n)
+                    std::memcpy(o + tail, in + tail, (n - tail) * sizeof(float));
+            }
         } else {
             const uint16_t *in = src.u16 + offset + static_cast<size_t>(first - 1);
             const __m256 scale = _mm256_set1_ps(src.scale);
@@ -183,14 +214,17 @@ void load_span(strip_tables &t, const bicubic_resize_source &src, const float *b
 // else from four-float loads per column, transposed.
 void horizontal_row(const strip_tables &t, uint32_t count, float *out)
 {
-    const float *span = t.span_at;
     for (uint32_t k = 0; k < count; k += 8) {
         const __m256i x0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(t.x0 + k));
         __m256 p[4];
+        // The vector's first tap, and the offsets of its columns' taps from it.
+        const int32_t base = t.x0[k];
+        const float *span = t.row_data != nullptr && t.interior[k / 8] != 0
+                                ? t.row_data + (t.lo + base - 1)
+                                : t.span_values + base;
         const int32_t registers = t.window[k / 8];
         if (registers == 1) {
-            const int32_t base = t.x0[k];
-            const __m256 window = _mm256_loadu_ps(span + base);
+            const __m256 window = _mm256_loadu_ps(span);
             const __m256i idx = _mm256_sub_epi32(x0, _mm256_set1_epi32(base));
             #pragma GCC unroll 16
             for (int tap = 0; tap < 4; ++tap)
@@ -200,14 +234,11 @@ void horizontal_row(const strip_tables &t, uint32_t count, float *out)
             // Each column's four taps are consecutive: load them as four
             // floats per column and transpose eight such rows into the taps.
             const int32_t *x = t.x0 + k;
-            const __m256 r0 = _mm256_insertf128_ps(
-                _mm256_castps128_ps256(_mm_loadu_ps(span + x[0])), _mm_loadu_ps(span + x[4]), 1);
-            const __m256 r1 = _mm256_insertf128_ps(
-                _mm256_castps128_ps256(_mm_loadu_ps(span + x[1])), _mm_loadu_ps(span + x[5]), 1);
-            const __m256 r2 = _mm256_insertf128_ps(
-                _mm256_castps128_ps256(_mm_loadu_ps(span + x[2])), _mm_loadu_ps(span + x[6]), 1);
-            const __m256 r3 = _mm256_insertf128_ps(
-                _mm256_castps128_ps256(_mm_loadu_ps(span + x[3])), _mm_loadu_ps(span + x[7]), 1);
+            auto taps = [span, x, base](int m) { return _mm_loadu_ps(span + (x[m] - base)); };
+            const __m256 r0 = _mm256_insertf128_ps(_mm256_castps128_ps256(taps(0)), taps(4), 1);
+            const __m256 r1 = _mm256_insertf128_ps(_mm256_castps128_ps256(taps(1)), taps(5), 1);
+            const __m256 r2 = _mm256_insertf128_ps(_mm256_castps128_ps256(taps(2)), taps(6), 1);
+            const __m256 r3 = _mm256_insertf128_ps(_mm256_castps128_ps256(taps(3)), taps(7), 1);
             const __m256 t0 = _mm256_unpacklo_ps(r0, r1);
             const __m256 t1 = _mm256_unpackhi_ps(r0, r1);
             const __m256 t2 = _mm256_unpacklo_ps(r2, r3);
