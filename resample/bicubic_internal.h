@@ -93,9 +93,13 @@ inline int32_t bicubicInterpolate_32f_to_u16p10(const float *p, float fy, float 
  * arguments and the same bits as the portable loops they replace. The callers
  * choose between them with cmc_isa_selected().
  */
+/*
+ * The cell walk; eight_bit says the buffer was built from 8-bit samples
+ * (which bounds its values, see bicubic_upscale_x86_64_v3.cpp).
+ */
 void bicubic_cell_walk_x86_64_v3(const float *buffer, float *dst, uint32_t src_width,
                                  uint32_t src_height, uint32_t dst_width, uint32_t dst_height,
-                                 float scale_x, float scale_y);
+                                 float scale_x, float scale_y, bool eight_bit);
 
 /*
  * The source plane of a resize, read in place of the buffer's data rows:

@@ -44,8 +44,9 @@ inline __m256 clamp_sample(__m256 v)
 {
     const __m256 hi = _mm256_set1_ps(65535.0f);
     const __m256 lo = _mm256_set1_ps(-255.0f);
-    const __m256 upper = _mm256_blendv_ps(hi, v, _mm256_cmp_ps(v, hi, _CMP_LT_OQ));
-    return _mm256_blendv_ps(lo, upper, _mm256_cmp_ps(v, lo, _CMP_GT_OQ));
+    // max(v, lo) is v > lo ? v : lo (NaN gives lo); min(r, hi) is
+    // r < hi ? r : hi: the portable comparisons exactly.
+    return _mm256_min_ps(_mm256_max_ps(v, lo), hi);
 }
 
 // Rows (or columns) of one run of the cell walk: the first always, the
@@ -152,7 +153,11 @@ constexpr float kExactMagnitude = 32768.0f;
 //  - with |B| <= 2^15 everywhere, every such value is bounded by the sum of
 //    the absolute weights of a coefficient (at most 36) times 2^15, below
 //    2^21, and a multiple of 1/8 below 2^21 is a float.
-// Both forms then compute the same exact value: identical bits.
+// Both forms then compute the same exact value: identical bits. Zeros too:
+// no buffer value is -0 (its integers and extrapolations cancel to +0), and
+// neither form turns such inputs into -0 (in each sum or fused chain, a
+// leading -0 product is followed by a +0 or non-zero term, and an exact
+// cancellation rounds to +0).
 inline void separable_coefficients(const __m256 *P, __m256 *a)
 {
     const __m256 half = _mm256_set1_ps(0.5f);
@@ -308,7 +313,7 @@ void strip_row(const walk_strip &s, float fy, float *out, bool streaming)
 // computed and stored differs.
 void bicubic_cell_walk_x86_64_v3(const float *buffer, float *dst, uint32_t src_width,
                                  uint32_t src_height, uint32_t dst_width, uint32_t dst_height,
-                                 float scale_x, float scale_y)
+                                 float scale_x, float scale_y, bool eight_bit)
 {
     if (src_width == 0 || src_height == 0 || dst_width == 0)
         return; // no cell or no column: nothing written
@@ -316,8 +321,12 @@ void bicubic_cell_walk_x86_64_v3(const float *buffer, float *dst, uint32_t src_w
     const bool streaming =
         static_cast<size_t>(dst_width) * dst_height * sizeof(float) >= kStreamingBytes;
     // Small enough samples (every 8-bit plane, most 16-bit ones) take the
-    // separable form of the coefficients, which is exact for them.
+    // separable form of the coefficients, which is exact for them. The border
+    // of samples in [0, S] stays within [-13 S, 13 S] (its extrapolations and
+    // corners are fixed linear combinations of the samples), so 8-bit planes
+    // need no check: 13 * 255 < 2^15.
     const bool exact =
+        eight_bit ||
         buffer_within_exact_range(buffer, stride * (static_cast<size_t>(src_height) + 3));
     walk_strip s;
     uint32_t band_i = 0;
