@@ -63,9 +63,9 @@ inline uint32_t run_length(uint32_t out, uint32_t remaining, float scale)
 }
 
 // Output columns per strip of the cell walk: the column plan, the
-// coefficients of the strip's cells and the horizontal halves of one cell
-// row stay on the stack (about 25 KiB).
-constexpr uint32_t kWalkColumns = 256;
+// coefficients of the strip's cells, the row weights of four buffer rows and
+// the horizontal halves of one cell row stay on the stack (about 22 KiB).
+constexpr uint32_t kWalkColumns = 128;
 // Cell rows per band: the walk covers a band strip by strip, so that the
 // band's buffer rows stay in the cache while its strips are emitted.
 constexpr uint32_t kBandCellRows = 16;
@@ -86,6 +86,11 @@ struct walk_strip {
     // q[m][k]: the horizontal half q_m of the evaluation at column k, for
     // the cell row being emitted.
     alignas(32) float q[4][kWalkColumns];
+    // weights[row & 3][n][c]: the Catmull-Rom weight n along buffer row `row`
+    // at cell first_cell + c (separable coefficients only), for the rows in
+    // weights_row; a cell row shares three of its four rows with the next.
+    alignas(32) float weights[4][4][kWalkColumns + 8];
+    int64_t weights_row[4];
     uint32_t first_cell;
     uint32_t cells;    // cells the strip's columns belong to
     uint32_t columns;  // columns in the strip
@@ -137,14 +142,15 @@ struct column_planner {
     }
 };
 
-// Largest magnitude in the buffer for which separable_coefficients gives the
-// coefficients' exact values (see there).
+// Largest magnitude in the buffer for which the separable coefficients are
+// the coefficients' exact values (see catmull_rom_weights).
 constexpr float kExactMagnitude = 32768.0f;
 
-// The 16 coefficients as a separable product: the Catmull-Rom weights along
-// each of the four rows, then the same weights down the four results, with
-// fused multiply-adds. In general this rounds differently from the
-// coefficients' plain sums; it is used only where neither rounds at all:
+// The Catmull-Rom weights of four values, with fused multiply-adds: applied
+// along each of the four rows of a neighbourhood, then down the four
+// results, they give the 16 coefficients as a separable product. In general
+// this rounds differently from the coefficients' plain sums; it is used only
+// where neither rounds at all:
 //  - a buffer built from 8- or 16-bit samples (the upscalers' sources) holds
 //    multiples of 1/2 (integers, their extrapolations, the corners' halves);
 //  - every weight and every product of two weights is a multiple of 1/4, so
@@ -158,16 +164,17 @@ constexpr float kExactMagnitude = 32768.0f;
 // neither form turns such inputs into -0 (in each sum or fused chain, a
 // leading -0 product is followed by a +0 or non-zero term, and an exact
 // cancellation rounds to +0).
-inline void separable_coefficients(const __m256 *P, __m256 *a)
-{
-    const __m256 half = _mm256_set1_ps(0.5f);
-    const __m256 neg_half = _mm256_set1_ps(-0.5f);
-    const __m256 two = _mm256_set1_ps(2.0f);
-    const __m256 neg_two_half = _mm256_set1_ps(-2.5f);
-    const __m256 one_half = _mm256_set1_ps(1.5f);
-    const __m256 neg_one_half = _mm256_set1_ps(-1.5f);
+struct catmull_rom_weights {
+    __m256 half = _mm256_set1_ps(0.5f);
+    __m256 neg_half = _mm256_set1_ps(-0.5f);
+    __m256 two = _mm256_set1_ps(2.0f);
+    __m256 neg_two_half = _mm256_set1_ps(-2.5f);
+    __m256 one_half = _mm256_set1_ps(1.5f);
+    __m256 neg_one_half = _mm256_set1_ps(-1.5f);
+
     // Weights w_n(p0, p1, p2, p3) of the powers 0 .. 3 of the fraction.
-    auto weigh = [&](__m256 p0, __m256 p1, __m256 p2, __m256 p3, __m256 *w) {
+    inline void operator()(__m256 p0, __m256 p1, __m256 p2, __m256 p3, __m256 *w) const
+    {
         w[0] = p1;
         w[1] = _mm256_mul_ps(_mm256_sub_ps(p2, p0), half);
         w[2] = _mm256_fmadd_ps(neg_half, p3,
@@ -176,20 +183,8 @@ inline void separable_coefficients(const __m256 *P, __m256 *a)
                                _mm256_fmadd_ps(neg_one_half, p2,
                                                _mm256_fmadd_ps(one_half, p1,
                                                                _mm256_mul_ps(neg_half, p0))));
-    };
-    __m256 t[4][4]; // t[r][n]: weight n along row r
-    #pragma GCC unroll 16
-    for (int r = 0; r < 4; ++r)
-        weigh(P[4 * r], P[4 * r + 1], P[4 * r + 2], P[4 * r + 3], t[r]);
-    #pragma GCC unroll 16
-    for (int n = 0; n < 4; ++n) {
-        __m256 w[4];
-        weigh(t[0][n], t[1][n], t[2][n], t[3][n], w);
-        #pragma GCC unroll 16
-        for (int m = 0; m < 4; ++m)
-            a[4 * m + n] = w[m];
     }
-}
+};
 
 // True when every value of the buffer is within kExactMagnitude (a NaN is
 // not).
@@ -217,8 +212,49 @@ void strip_coefficients(walk_strip &s, const float *buffer, size_t stride, uint3
                         uint32_t src_width, bool exact)
 {
     const float *row = buffer + i * stride;
+    // Cells computed eight at a time: their loads stay inside buffer row
+    // i + 3, since cell j + 7 <= W - 1 reads up to column W + 2.
+    uint32_t vector_cells = 0;
+    while (vector_cells + 8 <= s.cells && s.first_cell + vector_cells + 8 <= src_width)
+        vector_cells += 8;
     uint32_t c = 0;
-    for (; c + 8 <= s.cells && s.first_cell + c + 8 <= src_width; c += 8) {
+    if (exact) {
+        // The weights along each of the four rows (kept from the cell rows
+        // before where they share rows), then down the four.
+        const catmull_rom_weights weigh;
+        for (uint32_t r = 0; r < 4; ++r) {
+            const uint32_t buffer_row = i + r;
+            float(*w)[kWalkColumns + 8] = s.weights[buffer_row & 3];
+            if (s.weights_row[buffer_row & 3] == buffer_row)
+                continue;
+            s.weights_row[buffer_row & 3] = buffer_row;
+            const float *cells = buffer + buffer_row * stride + s.first_cell;
+            for (uint32_t v = 0; v < vector_cells; v += 8) {
+                __m256 t[4];
+                weigh(_mm256_loadu_ps(cells + v), _mm256_loadu_ps(cells + v + 1),
+                      _mm256_loadu_ps(cells + v + 2), _mm256_loadu_ps(cells + v + 3), t);
+                #pragma GCC unroll 16
+                for (int n = 0; n < 4; ++n)
+                    _mm256_store_ps(w[n] + v, t[n]);
+            }
+        }
+        float(*w0)[kWalkColumns + 8] = s.weights[i & 3];
+        float(*w1)[kWalkColumns + 8] = s.weights[(i + 1) & 3];
+        float(*w2)[kWalkColumns + 8] = s.weights[(i + 2) & 3];
+        float(*w3)[kWalkColumns + 8] = s.weights[(i + 3) & 3];
+        for (; c < vector_cells; c += 8) {
+            #pragma GCC unroll 16
+            for (int n = 0; n < 4; ++n) {
+                __m256 a[4];
+                weigh(_mm256_load_ps(w0[n] + c), _mm256_load_ps(w1[n] + c),
+                      _mm256_load_ps(w2[n] + c), _mm256_load_ps(w3[n] + c), a);
+                #pragma GCC unroll 16
+                for (int m = 0; m < 4; ++m)
+                    _mm256_storeu_ps(s.coef[4 * m + n] + c, a[m]);
+            }
+        }
+    }
+    for (; c < vector_cells; c += 8) {
         const float *cell = row + s.first_cell + c;
         __m256 P[16];
         #pragma GCC unroll 16
@@ -227,14 +263,12 @@ void strip_coefficients(walk_strip &s, const float *buffer, size_t stride, uint3
             for (size_t k = 0; k < 4; ++k)
                 P[4 * r + k] = _mm256_loadu_ps(cell + r * stride + k);
         __m256 a[16];
-        if (exact)
-            separable_coefficients(P, a);
-        else
-            patch_coefficients(P, a);
+        patch_coefficients(P, a);
         #pragma GCC unroll 16
         for (int n = 0; n < 16; ++n)
             _mm256_storeu_ps(s.coef[n] + c, a[n]);
     }
+    // The cells left over, one by one with the plain sums (exact or not).
     for (; c < s.cells; ++c) {
         const float *cell = row + s.first_cell + c;
         float P[16];
@@ -342,6 +376,8 @@ void bicubic_cell_walk_x86_64_v3(const float *buffer, float *dst, uint32_t src_w
             planner.plan(s, min_u32(kWalkColumns, dst_width - x0), src_width, dst_width, scale_x);
             if (s.assigned == 0)
                 break;
+            for (int64_t &row : s.weights_row)
+                row = -1; // the strip's cells are new
             uint32_t out_y = band_out_y;
             uint32_t i = band_i;
             for (; i < band_end && out_y < dst_height; ++i) {
