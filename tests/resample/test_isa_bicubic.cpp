@@ -104,12 +104,10 @@ TEST_F(IsaVariantsBicubic, UpscaleSampleRanges)
     }
 }
 
-// Planes large enough for streamed stores (odd widths leave every other row
-// unaligned), more cell rows than one band, several strips.
-TEST_F(IsaVariantsBicubic, UpscaleLargePlanes)
+// Both upscalers on seeded random planes of every shape.
+template <size_t N>
+void upscale_u8_and_u16(const Shape (&shapes)[N], uint32_t seed)
 {
-    const Shape shapes[] = {{300, 37, 1101, 1000}, {97, 41, 1200, 900}};
-    uint32_t seed = 600;
     for (const Shape &e : shapes) {
         const auto u8 = ejtest::random_plane<uint8_t>(size_t(e.sw) * e.sh, seed++);
         const auto u16 = ejtest::random_plane<uint16_t>(size_t(e.sw) * e.sh, seed++);
@@ -126,6 +124,25 @@ TEST_F(IsaVariantsBicubic, UpscaleLargePlanes)
                                                          e.dh, 1);
         }, "u16 " + describe(e));
     }
+}
+
+// Planes large enough for streamed stores (odd widths leave every other row
+// unaligned), more cell rows than one band, several strips.
+TEST_F(IsaVariantsBicubic, UpscaleLargePlanes)
+{
+    const Shape shapes[] = {{300, 37, 1101, 1000}, {97, 41, 1200, 900}};
+    upscale_u8_and_u16(shapes, 600);
+}
+
+// Twofold enlargements: runs of exactly two columns from the first one, or
+// from the fourth one after a run of three, near-twofold ones with runs of
+// three now and then, and the uniform runs of strong enlargements.
+TEST_F(IsaVariantsBicubic, UpscaleRunShapes)
+{
+    const Shape shapes[] = {{97, 5, 193, 9},   {1920, 2, 3840, 3}, {300, 3, 601, 4},
+                            {300, 3, 610, 5},  {130, 4, 255, 6},   {20, 3, 700, 4},
+                            {9, 3, 1000, 3},   {64, 3, 127, 3}};
+    upscale_u8_and_u16(shapes, 650);
 }
 
 // Resizes over wide sources: enlargements (one-register windows), mild and
