@@ -30,8 +30,8 @@ inline __m256i lane_index()
 }
 
 // Output columns per strip: the per-column tables, the horizontal results of
-// four buffer rows and one row's span of padded samples stay on the stack
-// (about 23 KiB).
+// four buffer rows and one row's span of padded samples (or the fraction-free
+// terms of the vertical cubic) stay on the stack (about 23 KiB).
 constexpr uint32_t kStripColumns = 512;
 // Padded columns one strip may span (strong reductions get narrower strips),
 // and the readable slack after them for whole-register window loads.
@@ -47,8 +47,16 @@ struct strip_tables {
     // Horizontal cubic of buffer row `row[s]` at every column of the strip,
     // in slot s = row & 3, so the four rows of a neighbourhood never collide.
     alignas(32) float h[4][kStripColumns];
+    // Once the rows of h are in place, span_values holds instead the terms
+    // of the vertical cubic through rows pre_y0 .. pre_y0 + 3 of h that do
+    // not depend on the fraction (shared by the output rows of an
+    // enlargement): p1, p2 - p0, the quadratic and the cubic coefficient,
+    // kStripColumns floats each.
+    int64_t pre_y0;
     // Padded columns lo .. lo + span - 1 of the row being processed.
     alignas(32) float span_values[kSpanFloats + kSpanSlack];
+    static_assert(4 * kStripColumns <= kSpanFloats, "room for the vertical terms");
+    float *pre(int m) { return span_values + m * kStripColumns; }
     // Per vector of eight columns: 1 when all it reads (window slack
     // included) lies in data columns 1 .. W, so that a float row can be read
     // in place there.
@@ -283,9 +291,14 @@ void bicubic_resample_u16p10_x86_64_v3(const bicubic_resize_source &src, const f
         const uint32_t count = (columns + 7) & ~7u;
         for (int s = 0; s < 4; ++s)
             t.row[s] = -1;
+        t.pre_y0 = -1;
+        // y = (float(i) / (float(dst_height) - 1)) * (float(src_height) - 1)
+        auto source_row = [dst_height, src_height](uint32_t i) {
+            return (static_cast<float>(i) / (static_cast<float>(dst_height) - 1.0f)) *
+                   (static_cast<float>(src_height) - 1.0f);
+        };
         for (uint32_t i = 0; i < dst_height; ++i) {
-            const float y = (static_cast<float>(i) / (static_cast<float>(dst_height) - 1.0f)) *
-                            (static_cast<float>(src_height) - 1.0f);
+            const float y = source_row(i);
             const float y_floor = __builtin_floorf(y);
             const float fy = y - y_floor;
             const uint32_t y0 = static_cast<uint16_t>(y_floor);
@@ -294,6 +307,7 @@ void bicubic_resample_u16p10_x86_64_v3(const bicubic_resize_source &src, const f
                 const uint32_t row = y0 + r;
                 float *slot = t.h[row & 3];
                 if (t.row[row & 3] != row) {
+                    t.pre_y0 = -1; // span_values is overwritten
                     load_span(t, src, buffer, row, src_width, src_height);
                     horizontal_row(t, count, slot);
                     t.row[row & 3] = row;
@@ -303,11 +317,9 @@ void bicubic_resample_u16p10_x86_64_v3(const bicubic_resize_source &src, const f
             const __m256 vfy = _mm256_set1_ps(fy);
             const __m256 vhy = _mm256_set1_ps(fy * 0.5f);
             uint16_t *out = dst + static_cast<size_t>(i) * dst_width + first;
-            for (uint32_t k = 0; k < count; k += 8) {
-                const __m256 v = catmull_rom(_mm256_load_ps(h[0] + k), _mm256_load_ps(h[1] + k),
-                                             _mm256_load_ps(h[2] + k), _mm256_load_ps(h[3] + k),
-                                             vfy, vhy);
-                // Out of range and NaN convert to INT32_MIN, as in the portable loop.
+            // v times 1024, truncated, low 16 bits stored. Out of range and
+            // NaN convert to INT32_MIN, as in the portable loop.
+            auto store = [out, columns](uint32_t k, __m256 v) {
                 const __m128i low = low_halves(
                     _mm256_cvttps_epi32(_mm256_mul_ps(v, _mm256_set1_ps(1024.0f))));
                 if (k + 8 <= columns) {
@@ -318,7 +330,45 @@ void bicubic_resample_u16p10_x86_64_v3(const bicubic_resize_source &src, const f
                     for (uint32_t m = 0; k + m < columns; ++m)
                         out[k + m] = tail[m];
                 }
+            };
+            // Three or more output rows sharing y0 share the fraction-free
+            // terms: computed once, by the same operations as catmull_rom,
+            // then only the fused steps per row.
+            if (t.pre_y0 != y0 && i + 2 < dst_height &&
+                static_cast<uint16_t>(__builtin_floorf(source_row(i + 2))) == y0) {
+                for (uint32_t k = 0; k < count; k += 8) {
+                    const __m256 p0 = _mm256_load_ps(h[0] + k), p1 = _mm256_load_ps(h[1] + k),
+                                 p2 = _mm256_load_ps(h[2] + k), p3 = _mm256_load_ps(h[3] + k);
+                    const __m256 two = _mm256_set1_ps(2.0f), three = _mm256_set1_ps(3.0f),
+                                 four = _mm256_set1_ps(4.0f), five = _mm256_set1_ps(5.0f);
+                    // 2 p0 - 5 p1 + 4 p2 - p3 and 3 (p1 - p2) + p3 - p0, left to right.
+                    const __m256 quadratic = _mm256_sub_ps(
+                        _mm256_add_ps(_mm256_sub_ps(_mm256_mul_ps(two, p0), _mm256_mul_ps(five, p1)),
+                                      _mm256_mul_ps(four, p2)),
+                        p3);
+                    const __m256 cubic = _mm256_sub_ps(
+                        _mm256_add_ps(_mm256_mul_ps(three, _mm256_sub_ps(p1, p2)), p3), p0);
+                    _mm256_store_ps(t.pre(0) + k, p1);
+                    _mm256_store_ps(t.pre(1) + k, _mm256_sub_ps(p2, p0));
+                    _mm256_store_ps(t.pre(2) + k, quadratic);
+                    _mm256_store_ps(t.pre(3) + k, cubic);
+                }
+                t.pre_y0 = y0;
             }
+            if (t.pre_y0 == y0) {
+                for (uint32_t k = 0; k < count; k += 8) {
+                    const __m256 inner = _mm256_fmadd_ps(vfy, _mm256_load_ps(t.pre(3) + k),
+                                                         _mm256_load_ps(t.pre(2) + k));
+                    const __m256 outer =
+                        _mm256_fmadd_ps(vfy, inner, _mm256_load_ps(t.pre(1) + k));
+                    store(k, _mm256_fmadd_ps(vhy, outer, _mm256_load_ps(t.pre(0) + k)));
+                }
+                continue;
+            }
+            for (uint32_t k = 0; k < count; k += 8)
+                store(k, catmull_rom(_mm256_load_ps(h[0] + k), _mm256_load_ps(h[1] + k),
+                                     _mm256_load_ps(h[2] + k), _mm256_load_ps(h[3] + k), vfy,
+                                     vhy));
         }
     }
 }
