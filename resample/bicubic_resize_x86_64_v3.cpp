@@ -130,6 +130,18 @@ uint32_t column_tables(strip_tables &t, uint32_t first, uint32_t columns, uint16
     return taken;
 }
 
+// Rows ahead whose span load_span asks for.
+constexpr uint32_t kPrefetchRows = 4;
+
+// Prefetches the cache lines of p[0 .. n - 1].
+template <typename T>
+inline void prefetch_span(const T *p, size_t n)
+{
+    const char *bytes = reinterpret_cast<const char *>(p);
+    for (size_t k = 0; k < n * sizeof(T); k += 64)
+        _mm_prefetch(bytes + k, _MM_HINT_T0);
+}
+
 // Linear extrapolation of an edge, as the buffer build does it.
 inline float extrapolate(float near_value, float far_value)
 {
@@ -158,6 +170,17 @@ void load_span(strip_tables &t, const bicubic_resize_source &src, const float *b
         return;
     }
     const size_t offset = static_cast<size_t>(row - 1) * src_width;
+    // The strip walks down the source: ask for the span of a row a few rows
+    // further on, so that its samples arrive before they are needed (a hint;
+    // reads nothing).
+    if (row - 1 + kPrefetchRows < src_height) {
+        const size_t ahead = offset + kPrefetchRows * static_cast<size_t>(src_width) +
+                             static_cast<size_t>(lo > 0 ? lo - 1 : 0);
+        if (src.f32 != nullptr)
+            prefetch_span(src.f32 + ahead, static_cast<size_t>(t.span));
+        else
+            prefetch_span(src.u16 + ahead, static_cast<size_t>(t.span));
+    }
     // Float samples are read in place by the interior vectors; the others
     // take theirs from span_values.
     if (src.f32 != nullptr)
