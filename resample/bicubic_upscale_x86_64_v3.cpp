@@ -282,37 +282,51 @@ void strip_coefficients(walk_strip &s, const float *buffer, size_t stride, uint3
     }
 }
 
-// Sixteen columns k .. k + 15 that are two columns each of eight consecutive
-// cells (the common case of a twofold enlargement): the cells' own
-// coefficients serve as they are, once at the first and once at the second
-// column of each cell, and the two results are interleaved into column
-// order.
-bool paired_columns(const walk_strip &s, uint32_t k)
+// Sixteen columns k .. k + 15 made of two columns per cell (the common case
+// of a twofold enlargement): even lanes are the first columns of cells
+// base .. base + 7 and odd lanes their second ones (shift 0), or even lanes
+// the second columns of cells base .. base + 7 and odd lanes the first ones
+// of base + 1 .. base + 8 (shift 1). Returns the shift, or -1 for another
+// pattern.
+int paired_columns(const walk_strip &s, uint32_t k)
 {
     if (k + 16 > s.assigned)
-        return false;
+        return -1;
     const __m256i base = _mm256_set1_epi32(s.cell[k]);
-    const __m256i low = _mm256_add_epi32(base, _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3));
-    const __m256i high = _mm256_add_epi32(base, _mm256_setr_epi32(4, 4, 5, 5, 6, 6, 7, 7));
-    const __m256i same = _mm256_and_si256(
-        _mm256_cmpeq_epi32(low,
-                           _mm256_loadu_si256(reinterpret_cast<const __m256i *>(s.cell + k))),
-        _mm256_cmpeq_epi32(high,
-                           _mm256_loadu_si256(reinterpret_cast<const __m256i *>(s.cell + k + 8))));
-    return _mm256_movemask_epi8(same) == -1;
+    const __m256i low = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(s.cell + k));
+    const __m256i high = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(s.cell + k + 8));
+    for (int shift = 0; shift < 2; ++shift) {
+        // cell of lane j: base + ((j + shift) >> 1)
+        const __m256i want_low = _mm256_add_epi32(
+            base, shift == 0 ? _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3)
+                             : _mm256_setr_epi32(0, 1, 1, 2, 2, 3, 3, 4));
+        const __m256i want_high = _mm256_add_epi32(
+            base, shift == 0 ? _mm256_setr_epi32(4, 4, 5, 5, 6, 6, 7, 7)
+                             : _mm256_setr_epi32(4, 5, 5, 6, 6, 7, 7, 8));
+        const __m256i same = _mm256_and_si256(_mm256_cmpeq_epi32(low, want_low),
+                                              _mm256_cmpeq_epi32(high, want_high));
+        if (_mm256_movemask_epi8(same) == -1)
+            return shift;
+    }
+    return -1;
 }
 
-void paired_horizontal(walk_strip &s, uint32_t k)
+// The horizontal halves of such sixteen columns: the cells' own coefficients
+// serve as they are, once for the even and once for the odd lanes, and the
+// two results are interleaved into column order.
+void paired_horizontal(walk_strip &s, uint32_t k, int shift)
 {
     const int32_t base = s.cell[k];
-    __m256 a[16];
+    __m256 a_even[16], a_odd[16];
     #pragma GCC unroll 16
-    for (int n = 0; n < 16; ++n)
-        a[n] = _mm256_loadu_ps(s.coef[n] + base);
-    // Fractions of the cells' first (even) and second (odd) columns; their
-    // powers as the column plan takes them.
-    const __m256 lo = _mm256_loadu_ps(s.fx + k);
-    const __m256 hi = _mm256_loadu_ps(s.fx + k + 8);
+    for (int n = 0; n < 16; ++n) {
+        a_even[n] = _mm256_loadu_ps(s.coef[n] + base);
+        a_odd[n] = shift == 0 ? a_even[n] : _mm256_loadu_ps(s.coef[n] + base + 1);
+    }
+    // Fractions of the even and the odd columns; their powers as the column
+    // plan takes them.
+    const __m256 lo = _mm256_load_ps(s.fx + k);
+    const __m256 hi = _mm256_load_ps(s.fx + k + 8);
     const __m256 fx_even = _mm256_castpd_ps(_mm256_permute4x64_pd(
         _mm256_castps_pd(_mm256_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0))), 0xD8));
     const __m256 fx_odd = _mm256_castpd_ps(_mm256_permute4x64_pd(
@@ -320,19 +334,19 @@ void paired_horizontal(walk_strip &s, uint32_t k)
     const __m256 fx2_even = _mm256_mul_ps(fx_even, fx_even);
     const __m256 fx2_odd = _mm256_mul_ps(fx_odd, fx_odd);
     __m256 q_even[4], q_odd[4];
-    patch_along_x(a, fx_even, fx2_even, _mm256_mul_ps(fx_even, fx2_even), q_even);
-    patch_along_x(a, fx_odd, fx2_odd, _mm256_mul_ps(fx_odd, fx2_odd), q_odd);
+    patch_along_x(a_even, fx_even, fx2_even, _mm256_mul_ps(fx_even, fx2_even), q_even);
+    patch_along_x(a_odd, fx_odd, fx2_odd, _mm256_mul_ps(fx_odd, fx2_odd), q_odd);
     #pragma GCC unroll 16
     for (int m = 0; m < 4; ++m) {
-        const __m256 first = _mm256_unpacklo_ps(q_even[m], q_odd[m]);  // cells 0 1 | 4 5
-        const __m256 second = _mm256_unpackhi_ps(q_even[m], q_odd[m]); // cells 2 3 | 6 7
-        _mm256_storeu_ps(s.q[m] + k, _mm256_permute2f128_ps(first, second, 0x20));
-        _mm256_storeu_ps(s.q[m] + k + 8, _mm256_permute2f128_ps(first, second, 0x31));
+        const __m256 first = _mm256_unpacklo_ps(q_even[m], q_odd[m]);  // lanes 0-3 | 8-11
+        const __m256 second = _mm256_unpackhi_ps(q_even[m], q_odd[m]); // lanes 4-7 | 12-15
+        _mm256_store_ps(s.q[m] + k, _mm256_permute2f128_ps(first, second, 0x20));
+        _mm256_store_ps(s.q[m] + k + 8, _mm256_permute2f128_ps(first, second, 0x31));
     }
 }
 
-// The horizontal halves of columns k .. k + 7 (any k with k + 8 within the
-// column plan): the lanes take the coefficients of their own cells.
+// The horizontal halves of columns k .. k + 7: the lanes take the
+// coefficients of their own cells.
 void columns_horizontal(walk_strip &s, uint32_t k)
 {
     __m256 a[16];
@@ -365,30 +379,19 @@ void columns_horizontal(walk_strip &s, uint32_t k)
 }
 
 // The horizontal halves q_0 .. q_3 of the strip's columns for the cell row
-// whose coefficients are in s.coef. Twofold runs are taken sixteen columns
-// at a time, other columns eight at a time; a column may be computed twice
-// (the same value) where the two meet.
+// whose coefficients are in s.coef: twofold runs sixteen columns at a time,
+// other columns eight at a time.
 void strip_horizontal(walk_strip &s)
 {
-    const uint32_t end = (s.assigned + 7) & ~7u; // columns the plan fills
     for (uint32_t k = 0; k < s.assigned;) {
-        if (paired_columns(s, k)) {
-            paired_horizontal(s, k);
+        const int shift = paired_columns(s, k);
+        if (shift >= 0) {
+            paired_horizontal(s, k, shift);
             k += 16;
-            continue;
+        } else {
+            columns_horizontal(s, k);
+            k += 8;
         }
-        const uint32_t at = k + 8 <= end ? k : end - 8;
-        columns_horizontal(s, at);
-        uint32_t next = at + 8;
-        // A twofold run starting within the vector continues in pairs.
-        for (uint32_t j = k + 1; j < next && j < s.assigned; ++j) {
-            if (s.cell[j] != s.cell[j - 1]) {
-                if (paired_columns(s, j))
-                    next = j;
-                break;
-            }
-        }
-        k = next;
     }
 }
 
