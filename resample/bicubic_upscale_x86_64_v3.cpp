@@ -212,10 +212,11 @@ void strip_coefficients(walk_strip &s, const float *buffer, size_t stride, uint3
                         uint32_t src_width, bool exact)
 {
     const float *row = buffer + i * stride;
-    // Cells computed eight at a time: their loads stay inside buffer row
-    // i + 3, since cell j + 7 <= W - 1 reads up to column W + 2.
+    // Cells computed eight at a time (the last vector may compute cells past
+    // the strip's, unused): their loads stay inside buffer row i + 3, since
+    // cell j + 7 <= W - 1 reads up to column W + 2.
     uint32_t vector_cells = 0;
-    while (vector_cells + 8 <= s.cells && s.first_cell + vector_cells + 8 <= src_width)
+    while (vector_cells < s.cells && s.first_cell + vector_cells + 8 <= src_width)
         vector_cells += 8;
     uint32_t c = 0;
     if (exact) {
