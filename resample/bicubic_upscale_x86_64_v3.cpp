@@ -1,8 +1,9 @@
-// x86-64-v3 (AVX2 + FMA) cell walk of the bicubic upscalers to float. Compiled with
-// -march=x86-64-v3 and entered only on CPUs that run it. Every output sample
-// gets exactly the operations of the portable loops, in the same order (the
-// shared templates of bicubic_math.h); the lanes of a vector are independent
-// output samples, never parts of one sum.
+// x86-64-v3 (AVX2 + FMA) cell walk of the bicubic upscalers to float.
+// Compiled with -march=x86-64-v3 and entered only on CPUs that run it. Every
+// output sample gets exactly the operations of the portable loops, in the
+// same order (the shared templates of bicubic_math.h), except where a
+// regrouping is proven exact (catmull_rom_weights); the lanes of a vector are
+// independent output samples, never parts of one sum.
 //
 // This file calls no inline function with external linkage (no std::
 // wrappers, nothing from bicubic_internal.h but declarations), so no copy
@@ -81,7 +82,7 @@ struct walk_strip {
     alignas(32) float fx2[kWalkColumns];
     alignas(32) float fx3[kWalkColumns];
     // coef[n][c]: coefficient a_n of cell first_cell + c; eight spare entries
-    // so that a vector load at any cell of the strip stays inside.
+    // so that a vector load or store at any cell of the strip stays inside.
     alignas(32) float coef[16][kWalkColumns + 8];
     // q[m][k]: the horizontal half q_m of the evaluation at column k, for
     // the cell row being emitted.
