@@ -27,7 +27,11 @@ inline float corner(float near_h, float far_h, float near_v, float far_v)
 // same values for a two-sample axis whose samples are equal; the replication
 // keeps the other border values out of the neighbourhood arithmetic, so with
 // the zero scale such an axis has, only the data column (row) carries weight.
-void complete_border(float *buffer, size_t width, size_t height)
+//
+// With edges_only, the border columns are filled in data rows 1, 2, H - 1 and
+// H only (the rows the border rows and corners are extrapolated from); the
+// other rows' border columns depend on their own row alone.
+void complete_border(float *buffer, size_t width, size_t height, bool edges_only = false)
 {
     const size_t w = width;
     const size_t h = height;
@@ -35,6 +39,8 @@ void complete_border(float *buffer, size_t width, size_t height)
     auto at = [buffer, stride](size_t r, size_t c) -> float & { return buffer[r * stride + c]; };
 
     for (size_t r = 1; r <= h; ++r) {
+        if (edges_only && r > 2 && r + 1 < h)
+            r = h - 1; // rows 3 .. H - 2 are skipped
         if (w >= 2) {
             at(r, 0) = extrapolate(at(r, 1), at(r, 2));
             at(r, w + 1) = extrapolate(at(r, w), at(r, w - 1));
@@ -93,20 +99,32 @@ void complete_border(float *buffer, size_t width, size_t height)
 // Copies the converted source rows into place, then fills the border. A zero
 // extent leaves the buffer unwritten: no kernel reads it then (the border
 // formulas would reach outside the buffer).
+//
+// With edges_only, only the rows the border is extrapolated from (source rows
+// 0, 1, H - 2 and H - 1) are copied, and then only those rows and the border
+// rows are completed.
 template <typename Sample, typename Convert>
-void build(const Sample *src, float *buffer, uint16_t width, uint16_t height, Convert convert)
+void build(const Sample *src, float *buffer, uint16_t width, uint16_t height, Convert convert,
+           bool edges_only = false)
 {
     if (width == 0 || height == 0)
         return;
     const size_t w = width;
     const size_t stride = w + 3;
     for (size_t y = 0; y < height; ++y) {
+        if (edges_only && y > 1 && y + 2 < height)
+            y = height - 2; // source rows 2 .. H - 3 are skipped
         const Sample *row = src + y * w;
         float *out = buffer + (y + 1) * stride + 1;
         for (size_t x = 0; x < w; ++x)
             out[x] = convert(row[x]);
     }
-    complete_border(buffer, w, height);
+    complete_border(buffer, w, height, edges_only);
+}
+
+float fixed_point_scale(int32_t frac_bits)
+{
+    return 1.0f / static_cast<float>(UINT32_C(1) << (static_cast<uint32_t>(frac_bits) & 31u));
 }
 
 } // namespace
@@ -114,10 +132,23 @@ void build(const Sample *src, float *buffer, uint16_t width, uint16_t height, Co
 void create_buffer_for_bicubic_uint16(const uint16_t *src, float *buffer, uint16_t width,
                                       uint16_t height, int32_t frac_bits)
 {
-    const float scale =
-        1.0f / static_cast<float>(UINT32_C(1) << (static_cast<uint32_t>(frac_bits) & 31u));
+    const float scale = fixed_point_scale(frac_bits);
     build(src, buffer, width, height,
           [scale](uint16_t s) { return static_cast<float>(s) * scale; });
+}
+
+void create_buffer_edges_for_bicubic_uint16(const uint16_t *src, float *buffer, uint16_t width,
+                                            uint16_t height, int32_t frac_bits)
+{
+    const float scale = fixed_point_scale(frac_bits);
+    build(src, buffer, width, height,
+          [scale](uint16_t s) { return static_cast<float>(s) * scale; }, true);
+}
+
+void create_buffer_edges_for_bicubic_float(const float *src, float *buffer, uint16_t width,
+                                           uint16_t height)
+{
+    build(src, buffer, width, height, [](float s) { return s; }, true);
 }
 
 void create_buffer_for_bicubic_uint8(const uint8_t *src, float *buffer, uint16_t width,

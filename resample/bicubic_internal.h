@@ -36,6 +36,19 @@ inline size_t bicubic_buffer_floats(uint16_t width, uint16_t height)
 void create_buffer_for_bicubic_uint16(const uint16_t *src, float *buffer, uint16_t width,
                                       uint16_t height, int32_t frac_bits);
 
+/*
+ * Only the parts of that buffer its border is extrapolated from and the
+ * border rows: data rows 1, 2, H - 1 and H (with their border columns) and
+ * rows 0, H + 1 and H + 2, every value as the full build writes it. The other
+ * rows are left unwritten; a kernel using this reads them from the source
+ * instead (the same values: the conversion is exact and depends on the sample
+ * alone).
+ */
+void create_buffer_edges_for_bicubic_uint16(const uint16_t *src, float *buffer, uint16_t width,
+                                            uint16_t height, int32_t frac_bits);
+void create_buffer_edges_for_bicubic_float(const float *src, float *buffer, uint16_t width,
+                                           uint16_t height);
+
 /* The same buffer from a u8 plane, samples converted to float unscaled. */
 void create_buffer_for_bicubic_uint8(const uint8_t *src, float *buffer, uint16_t width,
                                      uint16_t height);
@@ -80,12 +93,31 @@ inline int32_t bicubicInterpolate_32f_to_u16p10(const float *p, float fy, float 
  * arguments and the same bits as the portable loops they replace. The callers
  * choose between them with cmc_isa_selected().
  */
+/*
+ * The cell walk; eight_bit says the buffer was built from 8-bit samples
+ * (which bounds its values, see bicubic_upscale_x86_64_v3.cpp).
+ */
 void bicubic_cell_walk_x86_64_v3(const float *buffer, float *dst, uint32_t src_width,
                                  uint32_t src_height, uint32_t dst_width, uint32_t dst_height,
-                                 float scale_x, float scale_y);
-void bicubic_resample_u16p10_x86_64_v3(const float *buffer, uint16_t src_height,
-                                       uint16_t src_width, uint16_t *dst, uint16_t dst_height,
-                                       uint16_t dst_width);
+                                 float scale_x, float scale_y, bool eight_bit);
+
+/*
+ * The source plane of a resize, read in place of the buffer's data rows:
+ * float samples as they are, or u16 samples times `scale` (exact).
+ */
+struct bicubic_resize_source {
+    const float *f32;     // the float plane, or null
+    const uint16_t *u16;  // the u16 plane, or null
+    float scale;          // 1 / 2^(frac_bits mod 32) for u16 samples
+};
+
+/*
+ * The resize's sample loop over a buffer of which only the edges are built
+ * (create_buffer_edges_for_bicubic_*): data rows come from `src`.
+ */
+void bicubic_resample_u16p10_x86_64_v3(const bicubic_resize_source &src, const float *buffer,
+                                       uint16_t src_height, uint16_t src_width, uint16_t *dst,
+                                       uint16_t dst_height, uint16_t dst_width);
 #endif
 
 #endif /* EJ_BICUBIC_INTERNAL_H */

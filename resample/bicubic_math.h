@@ -88,6 +88,7 @@ inline void patch_coefficients(const V *P, V *a)
 template <typename V>
 inline void patch_along_x(const V *a, V fx, V fx2, V fx3, V *q)
 {
+    #pragma GCC unroll 16
     for (int m = 0; m < 4; ++m) {
         const V *am = a + 4 * m;
         V s = fused(am[1], fx, am[0]);

@@ -75,9 +75,13 @@ void resample(const float *buffer, uint16_t src_height, uint16_t src_width, uint
     }
 }
 
-template <typename Sample, typename BuildBuffer>
+// build_buffer(buffer) builds the whole padded buffer, build_edges(buffer)
+// only its border and the rows it is extrapolated from; `source` describes
+// the plane for the vector loop, which reads the other rows from it.
+template <typename Sample, typename BuildBuffer, typename BuildEdges>
 uint32_t resize(const Sample *src, uint16_t src_height, uint16_t src_width, uint16_t *dst,
-                uint16_t dst_height, uint16_t dst_width, BuildBuffer build_buffer)
+                uint16_t dst_height, uint16_t dst_width, BuildBuffer build_buffer,
+                BuildEdges build_edges, const bicubic_resize_source &source)
 {
     const uint32_t status = check_extents(src, src_height, src_width, dst, dst_height, dst_width);
     if (status != kStatusOk)
@@ -86,15 +90,22 @@ uint32_t resize(const Sample *src, uint16_t src_height, uint16_t src_width, uint
         static_cast<float *>(cmc_malloc(bicubic_buffer_floats(src_width, src_height) * sizeof(float)));
     if (buffer == nullptr)
         return kStatusNoMemory;
-    build_buffer(buffer);
 #if defined(EJ_CMC_HAVE_X86_64_V3)
     if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
-        bicubic_resample_u16p10_x86_64_v3(buffer, src_height, src_width, dst, dst_height,
+        // The same buffer, allocated whole, but with only its edges built:
+        // the vector loop takes the data rows from the source, where they
+        // hold the same values.
+        build_edges(buffer);
+        bicubic_resample_u16p10_x86_64_v3(source, buffer, src_height, src_width, dst, dst_height,
                                           dst_width);
         std::free(buffer);
         return kStatusOk;
     }
+#else
+    (void)build_edges;
+    (void)source;
 #endif
+    build_buffer(buffer);
     resample(buffer, src_height, src_width, dst, dst_height, dst_width);
     std::free(buffer);
     return kStatusOk;
@@ -105,16 +116,30 @@ uint32_t resize(const Sample *src, uint16_t src_height, uint16_t src_width, uint
 uint32_t bicubic_resize_32f_to_u16p10(const float *src, uint16_t src_height, uint16_t src_width,
                                       uint16_t *dst, uint16_t dst_height, uint16_t dst_width)
 {
-    return resize(src, src_height, src_width, dst, dst_height, dst_width, [&](float *buffer) {
-        create_buffer_for_bicubic_float(src, buffer, src_width, src_height);
-    });
+    const bicubic_resize_source source = {src, nullptr, 1.0f};
+    return resize(
+        src, src_height, src_width, dst, dst_height, dst_width,
+        [&](float *buffer) { create_buffer_for_bicubic_float(src, buffer, src_width, src_height); },
+        [&](float *buffer) {
+            create_buffer_edges_for_bicubic_float(src, buffer, src_width, src_height);
+        },
+        source);
 }
 
 uint32_t bicubic_resize_u16_to_u16(const uint16_t *src, uint16_t src_height, uint16_t src_width,
                                    uint16_t frac_bits, uint16_t *dst, uint16_t dst_height,
                                    uint16_t dst_width)
 {
-    return resize(src, src_height, src_width, dst, dst_height, dst_width, [&](float *buffer) {
-        create_buffer_for_bicubic_uint16(src, buffer, src_width, src_height, frac_bits);
-    });
+    // The conversion factor of the buffer build, 1 / 2^(frac_bits mod 32).
+    const float scale = 1.0f / static_cast<float>(UINT32_C(1) << (frac_bits & 31u));
+    const bicubic_resize_source source = {nullptr, src, scale};
+    return resize(
+        src, src_height, src_width, dst, dst_height, dst_width,
+        [&](float *buffer) {
+            create_buffer_for_bicubic_uint16(src, buffer, src_width, src_height, frac_bits);
+        },
+        [&](float *buffer) {
+            create_buffer_edges_for_bicubic_uint16(src, buffer, src_width, src_height, frac_bits);
+        },
+        source);
 }

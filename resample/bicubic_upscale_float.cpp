@@ -155,7 +155,7 @@ uint32_t upscale(const Sample *const *src_planes, float *const *dst_planes, uint
 #if defined(EJ_CMC_HAVE_X86_64_V3)
         if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
             bicubic_cell_walk_x86_64_v3(buffer, dst_planes[p], src_width, src_height, dst_width,
-                                        dst_height, scale_x, scale_y);
+                                        dst_height, scale_x, scale_y, sizeof(Sample) == 1);
             continue;
         }
 #endif
