@@ -245,13 +245,18 @@ void add_opencv_upscale_to_float(const std::string &name, const Scaling &sc, int
 {
     add(name, [=](benchmark::State &state) {
         cv::setNumThreads(1);
-        cv::Mat src(int(sc.src.h), int(sc.src.w), type);
-        cv::randu(src, 0, type == CV_8UC1 ? 256 : 4096);
-        cv::Mat as_float, dst;
+        // One source and one destination per plane, as on the library's side:
+        // a destination reused for every plane would stay in the cache.
+        std::vector<cv::Mat> src(static_cast<size_t>(planes)), dst(static_cast<size_t>(planes));
+        for (cv::Mat &s : src) {
+            s.create(int(sc.src.h), int(sc.src.w), type);
+            cv::randu(s, 0, type == CV_8UC1 ? 256 : 4096);
+        }
+        cv::Mat as_float;
         loop(state, samples(sc.dst) * planes, [&] {
-            for (int p = 0; p < planes; ++p) {
-                src.convertTo(as_float, CV_32F);
-                cv::resize(as_float, dst, cv::Size(int(sc.dst.w), int(sc.dst.h)), 0, 0,
+            for (size_t p = 0; p < size_t(planes); ++p) {
+                src[p].convertTo(as_float, CV_32F);
+                cv::resize(as_float, dst[p], cv::Size(int(sc.dst.w), int(sc.dst.h)), 0, 0,
                            cv::INTER_CUBIC);
             }
         });
