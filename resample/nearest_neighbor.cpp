@@ -96,6 +96,50 @@ void pick(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, size_t 
     }
 }
 
+// The walk of pick() for pixels of three 32-bit values, each moved as one
+// 16-byte block: its three values and the element after them. The pixels of
+// a row are written left to right, so the next pixel overwrites the extra
+// element; the last pixel of every strip row, and the pixels whose block
+// would end past the source plane, are moved value by value. Every output
+// element ends up holding its pixel's value, and nothing outside the source
+// plane is read, nor outside the destination written.
+template <typename RowOf, typename ColumnOf>
+void pick_triples(const int32_t *src, size_t src_elements, int32_t *dst, uint32_t dst_width,
+                  uint32_t dst_height, RowOf row_of, ColumnOf column_of)
+{
+    size_t table[kStripColumns];
+    const size_t dst_row = size_t(dst_width) * 3;
+    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
+        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
+        for (uint32_t k = 0; k < n; ++k)
+            table[k] = column_of(x0 + k);
+        size_t previous = SIZE_MAX;
+        for (uint32_t oy = 0; oy < dst_height; ++oy) {
+            const size_t row = row_of(oy);
+            int32_t *out = dst + size_t(oy) * dst_row + size_t(x0) * 3;
+            if (row == previous) {
+                std::memcpy(out, out - dst_row, size_t(n) * 3 * sizeof(int32_t));
+                continue;
+            }
+            previous = row;
+            // Blocks for outputs 0 ... wide - 1 (the columns grow with k).
+            uint32_t wide = n - 1;
+            while (wide > 0 && row + table[wide - 1] + 4 > src_elements)
+                --wide;
+            const int32_t *line = src + row;
+            uint32_t k = 0;
+            for (; k < wide; ++k, out += 3)
+                std::memcpy(out, line + table[k], 4 * sizeof(int32_t));
+            for (; k < n; ++k, out += 3) {
+                const int32_t *in = line + table[k];
+                out[0] = in[0];
+                out[1] = in[1];
+                out[2] = in[2];
+            }
+        }
+    }
+}
+
 template <typename T>
 inline void copy_one(T *out, const T *in)
 {
@@ -134,12 +178,8 @@ uint32_t image_nearest_neighbor_scale_interleaved_int32(const int32_t *src, uint
         pick(src, dst, dst_width, dst_height, 1, row_of, column_of, copy_one<int32_t>);
         break;
     case 3:
-        pick(src, dst, dst_width, dst_height, 3, row_of, column_of,
-             [](int32_t *out, const int32_t *in) {
-                 out[0] = in[0];
-                 out[1] = in[1];
-                 out[2] = in[2];
-             });
+        pick_triples(src, size_t(src_height) * src_row, dst, dst_width, dst_height, row_of,
+                     column_of);
         break;
     case 4:
         pick(src, dst, dst_width, dst_height, 4, row_of, column_of,
@@ -214,6 +254,125 @@ int32_t block_max(const int32_t *src, size_t stride, uint32_t y_begin, uint32_t 
     return best;
 }
 
+// How the blocks of a strip of outputs lie across the columns: every block
+// after the first `width` columns long (1 ... 4), or at most one column
+// (`width` 0), or neither (`width` -1).
+struct strip_shape {
+    int32_t width;
+};
+
+// Block k of a strip covers relative columns ends[k - 1] ... ends[k] - 1
+// (ends[-1] = 0).
+strip_shape shape_of(const uint32_t *ends, uint32_t n)
+{
+    bool narrow = ends[0] <= 1;
+    const uint32_t width = n > 1 ? ends[1] - ends[0] : 1;
+    bool uniform = width >= 1 && width <= 4;
+    for (uint32_t k = 1; k < n; ++k) {
+        narrow = narrow && ends[k] - ends[k - 1] <= 1;
+        uniform = uniform && ends[k] - ends[k - 1] == width;
+    }
+    if (uniform)
+        return {int32_t(width)};
+    return {narrow ? 0 : -1};
+}
+
+// Blocks after the first, all Width columns long, from column `start` on;
+// fixed-length maxima that the compiler can vectorise.
+template <uint32_t Width>
+void across_uniform(const int32_t *maxima, int32_t *out, uint32_t start, uint32_t n)
+{
+    const int32_t *m = maxima + start;
+    for (uint32_t k = 0; k < n; ++k, m += Width) {
+        int32_t best = m[0];
+        for (uint32_t j = 1; j < Width; ++j)
+            best = m[j] > best ? m[j] : best;
+        out[k] = best;
+    }
+}
+
+// The second pass: out[k] = maximum of the column maxima (each already at
+// least 0) of block k, 0 for an empty block.
+void across(const int32_t *maxima, int32_t *out, const uint32_t *ends, uint32_t n,
+            strip_shape shape)
+{
+    if (shape.width == 0) {
+        // Blocks of one column or none: a choice, no loop.
+        uint32_t begin = 0;
+        for (uint32_t k = 0; k < n; ++k) {
+            const uint32_t end = ends[k];
+            out[k] = end > begin ? maxima[end - 1] : 0;
+            begin = end;
+        }
+        return;
+    }
+    uint32_t begin = 0;
+    const uint32_t first = shape.width > 0 ? 1 : n; // blocks taken by the general loop
+    for (uint32_t k = 0; k < first; ++k) {
+        const uint32_t end = ends[k];
+        int32_t best = 0;
+        for (uint32_t c = begin; c < end; ++c)
+            best = maxima[c] > best ? maxima[c] : best;
+        out[k] = best;
+        begin = end;
+    }
+    switch (shape.width) {
+    case 1: across_uniform<1>(maxima, out + 1, ends[0], n - 1); break;
+    case 2: across_uniform<2>(maxima, out + 1, ends[0], n - 1); break;
+    case 3: across_uniform<3>(maxima, out + 1, ends[0], n - 1); break;
+    case 4: across_uniform<4>(maxima, out + 1, ends[0], n - 1); break;
+    default: break;
+    }
+}
+
+// Source columns whose maxima down a band of rows are kept at once (16 KiB
+// of stack).
+constexpr uint32_t kMaxColumns = 4096;
+
+// Block maxima of one strip of outputs: n outputs whose columns (the picked
+// source column of each) are columns[0 ... n - 1], the output before the
+// strip having picked column prev_x. A maximum is associative and
+// commutative, so each output row's blocks are taken in two passes that
+// read every source sample once: the maximum of 0 and each column down the
+// band's rows, then the maximum of those across each output's columns.
+void block_max_strip(const int32_t *src, int32_t *dst, size_t stride, uint32_t dst_width,
+                     uint32_t dst_height, const uint32_t *columns, uint32_t n, uint32_t prev_x,
+                     float ratio_y, uint32_t last_row)
+{
+    if (n == 0)
+        return;
+    // Columns prev_x + 1 ... columns[n - 1] enter a maximum; the caller
+    // keeps them within kMaxColumns.
+    const uint32_t lo = prev_x + 1;
+    const uint32_t span = columns[n - 1] + 1 > lo ? columns[n - 1] + 1 - lo : 0;
+    // End of every output's block, relative to lo (the columns grow with k).
+    uint32_t ends[kStripColumns];
+    for (uint32_t k = 0; k < n; ++k)
+        ends[k] = columns[k] - prev_x;
+    const strip_shape shape = shape_of(ends, n);
+    int32_t maxima[kMaxColumns];
+    uint32_t prev_y = 0;
+    for (uint32_t ky = 1; ky <= dst_height; ++ky) {
+        const uint32_t iy = exact_index(ky, ratio_y, last_row);
+        int32_t *out = dst + size_t(ky - 1) * dst_width;
+        if (iy <= prev_y) {
+            for (uint32_t k = 0; k < n; ++k)
+                out[k] = 0;
+            continue;
+        }
+        const int32_t *line = src + size_t(prev_y + 1) * stride + lo;
+        for (uint32_t c = 0; c < span; ++c)
+            maxima[c] = line[c] > 0 ? line[c] : 0;
+        for (uint32_t y = prev_y + 2; y <= iy; ++y) {
+            line += stride;
+            for (uint32_t c = 0; c < span; ++c)
+                maxima[c] = line[c] > maxima[c] ? line[c] : maxima[c];
+        }
+        across(maxima, out, ends, n, shape);
+        prev_y = iy;
+    }
+}
+
 } // namespace
 
 uint32_t image_downscale_nearest_neighbor_int32(const int32_t *src, int32_t *dst,
@@ -243,29 +402,34 @@ uint32_t image_downscale_nearest_neighbor_int32(const int32_t *src, int32_t *dst
         return 0;
     }
     // The column of every output of a strip is tabled once (bounded stack
-    // table); so is the previous output's column, which starts the block.
+    // table); so is the previous output's column, which starts the block. A
+    // strip ends before its blocks span more than kMaxColumns source
+    // columns; a single output wider than that is taken directly.
     uint32_t columns[kStripColumns];
-    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
-        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
-        for (uint32_t k = 0; k < n; ++k)
-            columns[k] = exact_index(x0 + k + 1, ratio_x, src_width - 1u);
-        const uint32_t strip_prev_x = x0 == 0 ? 0 : exact_index(x0, ratio_x, src_width - 1u);
-        uint32_t prev_y = 0;
-        for (uint32_t ky = 1; ky <= dst_height; ++ky) {
-            const uint32_t iy = exact_index(ky, ratio_y, src_height - 1u);
-            int32_t *out = dst + size_t(ky - 1) * dst_width + x0;
-            if (iy <= prev_y) {
-                for (uint32_t k = 0; k < n; ++k)
-                    out[k] = 0;
-                continue;
-            }
-            uint32_t prev_x = strip_prev_x;
-            for (uint32_t k = 0; k < n; ++k) {
-                out[k] = block_max(src, stride, prev_y + 1, iy + 1, prev_x + 1, columns[k] + 1);
-                prev_x = columns[k];
-            }
-            prev_y = iy;
+    for (uint32_t x0 = 0; x0 < dst_width;) {
+        const uint32_t prev_x = x0 == 0 ? 0 : exact_index(x0, ratio_x, src_width - 1u);
+        uint32_t n = 0;
+        while (n < kStripColumns && x0 + n < dst_width) {
+            const uint32_t column = exact_index(x0 + n + 1, ratio_x, src_width - 1u);
+            if (n > 0 && column - prev_x > kMaxColumns)
+                break;
+            columns[n++] = column;
         }
+        if (columns[0] > prev_x && columns[0] - prev_x > kMaxColumns) {
+            uint32_t prev_y = 0;
+            for (uint32_t ky = 1; ky <= dst_height; ++ky) {
+                const uint32_t iy = exact_index(ky, ratio_y, src_height - 1u);
+                const bool rows = iy > prev_y;
+                dst[size_t(ky - 1) * dst_width + x0] =
+                    rows ? block_max(src, stride, prev_y + 1, iy + 1, prev_x + 1, columns[0] + 1) : 0;
+                prev_y = rows ? iy : prev_y;
+            }
+            x0 += 1;
+            continue;
+        }
+        block_max_strip(src, dst + x0, stride, dst_width, dst_height, columns, n, prev_x, ratio_y,
+                        src_height - 1u);
+        x0 += n;
     }
     return 0;
 }
