@@ -71,10 +71,14 @@ template <uint32_t Width>
 void across_uniform(const int32_t *maxima, int32_t *out, uint32_t start, uint32_t n)
 {
     const int32_t *m = maxima + start;
-    for (uint32_t k = 0; k < n; ++k, m += Width) {
-        int32_t best = m[0];
-        for (uint32_t j = 1; j < Width; ++j)
-            best = m[j] > best ? m[j] : best;
+    for (uint32_t k = 0; k < n; ++k) {
+        int32_t best = m[Width * k];
+        if (Width > 1)
+            best = m[Width * k + 1] > best ? m[Width * k + 1] : best;
+        if (Width > 2)
+            best = m[Width * k + 2] > best ? m[Width * k + 2] : best;
+        if (Width > 3)
+            best = m[Width * k + 3] > best ? m[Width * k + 3] : best;
         out[k] = best;
     }
 }
@@ -148,11 +152,41 @@ void block_max_strip(const int32_t *src, int32_t *dst, size_t stride, uint32_t d
                 out[k] = 0;
             continue;
         }
+        // Two or three rows per pass where the band has them: fewer passes
+        // over the maxima, several streams of source rows at a time.
         const int32_t *line = src + size_t(prev_y + 1) * stride + lo;
-        for (uint32_t c = 0; c < span; ++c)
-            maxima[c] = line[c] > 0 ? line[c] : 0;
-        for (uint32_t y = prev_y + 2; y <= iy; ++y) {
+        uint32_t y = prev_y + 1;
+        if (y + 1 < iy) {
+            const int32_t *next = line + stride, *third = next + stride;
+            for (uint32_t c = 0; c < span; ++c) {
+                const int32_t top = line[c] > 0 ? line[c] : 0;
+                const int32_t pair = third[c] > next[c] ? third[c] : next[c];
+                maxima[c] = pair > top ? pair : top;
+            }
+            y += 3;
+            line += 3 * stride;
+        } else if (y < iy) {
+            const int32_t *next = line + stride;
+            for (uint32_t c = 0; c < span; ++c) {
+                const int32_t top = line[c] > 0 ? line[c] : 0;
+                maxima[c] = next[c] > top ? next[c] : top;
+            }
+            y += 2;
+            line += 2 * stride;
+        } else {
+            for (uint32_t c = 0; c < span; ++c)
+                maxima[c] = line[c] > 0 ? line[c] : 0;
+            y += 1;
             line += stride;
+        }
+        for (; y < iy; y += 2, line += 2 * stride) {
+            const int32_t *next = line + stride;
+            for (uint32_t c = 0; c < span; ++c) {
+                const int32_t pair = next[c] > line[c] ? next[c] : line[c];
+                maxima[c] = pair > maxima[c] ? pair : maxima[c];
+            }
+        }
+        if (y == iy) {
             for (uint32_t c = 0; c < span; ++c)
                 maxima[c] = line[c] > maxima[c] ? line[c] : maxima[c];
         }

@@ -207,7 +207,8 @@ std::vector<int32_t> block_max_ref(const std::vector<int32_t> &src, uint32_t sw,
 
 // Strips of outputs end at 1024 outputs or when their blocks would span more
 // than 4096 source columns; a single block wider than that is taken on its
-// own. Random samples check the maximum's floor of 0; ramps rising and
+// own. Blocks of a strip may all be one to four columns wide, at most one
+// column, or neither. Random samples check the maximum's floor of 0; ramps rising and
 // falling along the rows put the maximum at a block's last and first sample.
 TEST(NearestNeighborBlockMaximum, StripsMatchTheRule)
 {
@@ -215,7 +216,10 @@ TEST(NearestNeighborBlockMaximum, StripsMatchTheRule)
                               {20000, 4, 2, 2},   {30000, 3, 5, 3},   {8196, 3, 2, 2},
                               {8194, 3, 2, 2},
                               {5000, 3, 1500, 3}, {4097, 2, 2, 2},    {60000, 2, 7000, 2},
-                              {7, 9, 5, 4},       {2, 2, 2100, 3},    {33, 17, 8, 5}};
+                              {7, 9, 5, 4},       {2, 2, 2100, 3},    {33, 17, 8, 5},
+                              // Bands of 1 ... 10 rows (taken three, two and one at a time).
+                              {40, 31, 7, 3},     {30, 17, 6, 4},     {12, 20, 5, 4},
+                              {9, 12, 4, 4},      {300, 6, 100, 3}};
     uint32_t seed = 1300;
     for (const Extents &e : shapes) {
         const size_t n = size_t(e.sw) * e.sh;
