@@ -56,6 +56,39 @@ inline uint32_t tolerant_index(uint32_t k, float ratio, uint32_t last)
 // kernels allocate nothing), instead of once per output sample.
 constexpr uint32_t kStripColumns = 1024;
 
+// The rows of one strip of pick_triples(): output row oy reads source row
+// row_of(oy) (an element offset). An output row that reads the same source row as the
+// previous one equals it, so it is copied from there; two neighbouring
+// output rows that read different source rows are moved together (two
+// streams from memory at a time): move(out, row, out2, row2) moves the strip
+// of one row, or of two when out2 is not null.
+template <typename T, typename RowOf, typename Move>
+void walk_rows(T *dst, uint32_t dst_width, uint32_t dst_height, size_t pixel, uint32_t x0,
+               uint32_t n, RowOf row_of, Move move)
+{
+    const size_t dst_row = size_t(dst_width) * pixel;
+    size_t previous = SIZE_MAX;
+    for (uint32_t oy = 0; oy < dst_height;) {
+        const size_t row = row_of(oy);
+        T *out = dst + size_t(oy) * dst_row + size_t(x0) * pixel;
+        if (row == previous) {
+            std::memcpy(out, out - dst_row, size_t(n) * pixel * sizeof(T));
+            ++oy;
+            continue;
+        }
+        const size_t next = oy + 1 < dst_height ? row_of(oy + 1) : row;
+        if (next != row) {
+            move(out, row, out + dst_row, next);
+            previous = next;
+            oy += 2;
+        } else {
+            move(out, row, static_cast<T *>(nullptr), row);
+            previous = row;
+            ++oy;
+        }
+    }
+}
+
 // The common walk of the picking kernels: output row oy reads source row
 // row_of(oy) (an element offset), output column ox of the strip reads
 // element column_of(ox) of that row; copy(out, in) moves one pixel. An output
@@ -66,11 +99,11 @@ void pick(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, size_t 
           RowOf row_of, ColumnOf column_of, Copy copy)
 {
     size_t table[kStripColumns];
-    const size_t dst_row = size_t(dst_width) * pixel;
     for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
         const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
         for (uint32_t k = 0; k < n; ++k)
             table[k] = column_of(x0 + k);
+        const size_t dst_row = size_t(dst_width) * pixel;
         size_t previous = SIZE_MAX;
         for (uint32_t oy = 0; oy < dst_height; ++oy) {
             const size_t row = row_of(oy);
@@ -99,35 +132,44 @@ void pick_triples(const int32_t *src, size_t src_elements, int32_t *dst, uint32_
                   uint32_t dst_height, RowOf row_of, ColumnOf column_of)
 {
     size_t table[kStripColumns];
-    const size_t dst_row = size_t(dst_width) * 3;
     for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
         const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
         for (uint32_t k = 0; k < n; ++k)
             table[k] = column_of(x0 + k);
-        size_t previous = SIZE_MAX;
-        for (uint32_t oy = 0; oy < dst_height; ++oy) {
-            const size_t row = row_of(oy);
-            int32_t *out = dst + size_t(oy) * dst_row + size_t(x0) * 3;
-            if (row == previous) {
-                std::memcpy(out, out - dst_row, size_t(n) * 3 * sizeof(int32_t));
-                continue;
-            }
-            previous = row;
-            // Blocks for outputs 0 ... wide - 1 (the columns grow with k).
-            uint32_t wide = n - 1;
-            while (wide > 0 && row + table[wide - 1] + 4 > src_elements)
-                --wide;
-            const int32_t *line = src + row;
-            uint32_t k = 0;
-            for (; k < wide; ++k, out += 3)
-                std::memcpy(out, line + table[k], 4 * sizeof(int32_t));
-            for (; k < n; ++k, out += 3) {
-                const int32_t *in = line + table[k];
-                out[0] = in[0];
-                out[1] = in[1];
-                out[2] = in[2];
-            }
-        }
+        // Outputs 0 ... wide(row) - 1 of a row are moved as blocks (the
+        // columns grow with k, the rows with the output row).
+        const auto wide = [&](size_t row) {
+            uint32_t w = n - 1;
+            while (w > 0 && row + table[w - 1] + 4 > src_elements)
+                --w;
+            return w;
+        };
+        const auto value_by_value = [](int32_t *out, const int32_t *in) {
+            out[0] = in[0];
+            out[1] = in[1];
+            out[2] = in[2];
+        };
+        walk_rows(dst, dst_width, dst_height, 3, x0, n, row_of,
+                  [&](int32_t *out, size_t row, int32_t *out2, size_t row2) {
+                      const int32_t *line = src + row;
+                      uint32_t k = 0;
+                      if (out2 == nullptr) {
+                          for (const uint32_t w = wide(row); k < w; ++k, out += 3)
+                              std::memcpy(out, line + table[k], 4 * sizeof(int32_t));
+                          for (; k < n; ++k, out += 3)
+                              value_by_value(out, line + table[k]);
+                          return;
+                      }
+                      const int32_t *line2 = src + row2;
+                      for (const uint32_t w = wide(row2); k < w; ++k, out += 3, out2 += 3) {
+                          std::memcpy(out, line + table[k], 4 * sizeof(int32_t));
+                          std::memcpy(out2, line2 + table[k], 4 * sizeof(int32_t));
+                      }
+                      for (; k < n; ++k, out += 3, out2 += 3) {
+                          value_by_value(out, line + table[k]);
+                          value_by_value(out2, line2 + table[k]);
+                      }
+                  });
     }
 }
 

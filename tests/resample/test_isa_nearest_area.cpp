@@ -239,4 +239,36 @@ TEST(NearestNeighborBlockMaximum, StripsMatchTheRule)
     }
 }
 
+// Three-channel pixels by the 16.16 rule (indices limited to the last
+// sample), against the kernel's block moves: pairs of output rows from
+// different source rows and single ones, repeated rows, strips of 1024
+// outputs, and the last source pixel picked many times (its block would end
+// past the plane).
+TEST(NearestNeighborInterleaved, ThreeChannelRowsMatchTheRule)
+{
+    const Extents shapes[] = {{3840, 9, 1920, 5}, {3840, 10, 1280, 3}, {1920, 4, 3840, 9},
+                              {1, 1, 280, 3},     {2, 3, 397, 5},      {64, 48, 1100, 7},
+                              {7, 7, 7, 7},       {2100, 5, 2090, 4},  {9, 31, 4, 30}};
+    uint32_t seed = 1700;
+    for (const Extents &e : shapes) {
+        const auto src = random_plane<int32_t>(size_t(e.sw) * e.sh * 3, seed++);
+        const auto index = [](uint32_t s, uint32_t d, uint32_t k) {
+            const uint64_t step = (uint64_t(s) << 16) / d + 1;
+            return uint32_t(std::min<uint64_t>((uint64_t(k) * step) >> 16, s - 1));
+        };
+        std::vector<int32_t> expected;
+        for (uint32_t oy = 0; oy < e.dh; ++oy)
+            for (uint32_t ox = 0; ox < e.dw; ++ox)
+                for (uint32_t c = 0; c < 3; ++c)
+                    expected.push_back(
+                        src[(size_t(index(e.sh, e.dh, oy)) * e.sw + index(e.sw, e.dw, ox)) * 3 + c]);
+        EXPECT_EQ(ejtest::run_guarded<int32_t>(size_t(e.dw) * e.dh * 3, [&](int32_t *d) {
+                      return image_nearest_neighbor_scale_interleaved_int32(src.data(), e.sw, e.sh, 3,
+                                                                            d, e.dw, e.dh);
+                  }),
+                  expected)
+            << describe(e);
+    }
+}
+
 } // namespace
