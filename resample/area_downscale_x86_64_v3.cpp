@@ -232,6 +232,18 @@ inline __m256i whole_pick_index(int c)
 template <int NX>
 inline __m256 whole_sum8(const float *at, size_t stride, uint32_t ny)
 {
+    if constexpr (NX == 2) {
+        // Even and odd samples of two registers land in the lane order of
+        // outputs 0 1 4 5 2 3 6 7; every lane adds its own two samples per
+        // row in order, and one permutation restores the output order.
+        __m256 sum = _mm256_setzero_ps();
+        for (uint32_t r = 0; r < ny; ++r, at += stride) {
+            const __m256 a = _mm256_loadu_ps(at), b = _mm256_loadu_ps(at + 8);
+            sum = _mm256_add_ps(sum, _mm256_shuffle_ps(a, b, 0x88));
+            sum = _mm256_add_ps(sum, _mm256_shuffle_ps(a, b, 0xDD));
+        }
+        return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(sum), 0xD8));
+    }
     __m256 sum = _mm256_setzero_ps();
     for (uint32_t r = 0; r < ny; ++r, at += stride) {
         __m256i reg[NX];
@@ -245,6 +257,17 @@ inline __m256 whole_sum8(const float *at, size_t stride, uint32_t ny)
 template <int NX>
 inline __m256 whole_sum8(const uint16_t *at, size_t stride, uint32_t ny)
 {
+    if constexpr (NX == 2) {
+        // The two samples of an output share one 32-bit lane.
+        const __m256i low = _mm256_set1_epi32(0xFFFF);
+        __m256i total = _mm256_setzero_si256();
+        for (uint32_t r = 0; r < ny; ++r, at += stride) {
+            const __m256i pairs = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(at));
+            total = _mm256_add_epi32(total, _mm256_add_epi32(_mm256_and_si256(pairs, low),
+                                                             _mm256_srli_epi32(pairs, 16)));
+        }
+        return _mm256_cvtepi32_ps(total);
+    }
     __m256i column[NX];
     for (int j = 0; j < NX; ++j)
         column[j] = _mm256_setzero_si256();
@@ -276,6 +299,20 @@ inline float whole_sum1(const uint16_t *at, size_t stride, uint32_t nx, uint32_t
     return float(sum);
 }
 
+// Outputs full ... dst_width - 1 of a row one by one: a window would read
+// past the region's last column.
+template <int NX, typename T, typename Finish>
+void whole_tail(const T *band_rows, uint16_t *out, const area_geometry &geo, uint32_t ny,
+                uint32_t full, Finish finish)
+{
+    if (full == geo.dst_width)
+        return;
+    alignas(32) float sums[8] = {};
+    for (uint32_t ox = full; ox < geo.dst_width; ++ox)
+        sums[ox - full] = whole_sum1(band_rows + size_t(ox) * NX, geo.src_width, NX, ny);
+    store_low16(out + full, finish(_mm256_load_ps(sums)), geo.dst_width - full);
+}
+
 template <int NX, typename T, typename Finish>
 void downscale_whole(const T *region, uint16_t *dst, const area_geometry &geo, uint32_t ny,
                      Finish finish)
@@ -285,16 +322,24 @@ void downscale_whole(const T *region, uint16_t *dst, const area_geometry &geo, u
     for (uint32_t oy = 0; oy < geo.dst_height; ++oy) {
         const T *band_rows = region + size_t(oy) * ny * stride;
         uint16_t *out = dst + size_t(oy) * geo.dst_width;
+        if (oy + 1 < geo.dst_height) {
+            // Two output rows side by side: twice the source rows stream
+            // from memory at a time. Each output's sum is unchanged.
+            const T *next_rows = band_rows + size_t(ny) * stride;
+            uint16_t *next_out = out + geo.dst_width;
+            for (uint32_t ox = 0; ox < full; ox += 8) {
+                store_low16(out + ox, finish(whole_sum8<NX>(band_rows + size_t(ox) * NX, stride, ny)), 8);
+                store_low16(next_out + ox,
+                            finish(whole_sum8<NX>(next_rows + size_t(ox) * NX, stride, ny)), 8);
+            }
+            whole_tail<NX>(band_rows, out, geo, ny, full, finish);
+            whole_tail<NX>(next_rows, next_out, geo, ny, full, finish);
+            ++oy;
+            continue;
+        }
         for (uint32_t ox = 0; ox < full; ox += 8)
             store_low16(out + ox, finish(whole_sum8<NX>(band_rows + size_t(ox) * NX, stride, ny)), 8);
-        if (full < geo.dst_width) {
-            // The last few outputs one by one: a window would read past the
-            // region's last column.
-            alignas(32) float sums[8] = {};
-            for (uint32_t ox = full; ox < geo.dst_width; ++ox)
-                sums[ox - full] = whole_sum1(band_rows + size_t(ox) * NX, stride, NX, ny);
-            store_low16(out + full, finish(_mm256_load_ps(sums)), geo.dst_width - full);
-        }
+        whole_tail<NX>(band_rows, out, geo, ny, full, finish);
     }
 }
 
