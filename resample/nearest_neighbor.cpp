@@ -57,11 +57,11 @@ inline uint32_t tolerant_index(uint32_t k, float ratio, uint32_t last)
 constexpr uint32_t kStripColumns = 1024;
 
 // The rows of one strip of pick_triples(): output row oy reads source row
-// row_of(oy) (an element offset). An output row that reads the same source row as the
-// previous one equals it, so it is copied from there; two neighbouring
-// output rows that read different source rows are moved together (two
-// streams from memory at a time): move(out, row, out2, row2) moves the strip
-// of one row, or of two when out2 is not null.
+// row_of(oy) (an element offset). An output row that reads the same source
+// row as the previous one equals it, so it is copied from there; two
+// neighbouring output rows that read different source rows are moved
+// together (two streams from memory at a time): move(out, row, out2, row2)
+// moves the strip of one row, or of two when out2 is not null (row2 > row).
 template <typename T, typename RowOf, typename Move>
 void walk_rows(T *dst, uint32_t dst_width, uint32_t dst_height, size_t pixel, uint32_t x0,
                uint32_t n, RowOf row_of, Move move)
