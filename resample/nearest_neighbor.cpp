@@ -56,36 +56,42 @@ inline uint32_t tolerant_index(uint32_t k, float ratio, uint32_t last)
 // kernels allocate nothing), instead of once per output sample.
 constexpr uint32_t kStripColumns = 1024;
 
+// Output rows moved together at most by pick_triples().
+constexpr uint32_t kRowGroup = 4;
+
 // The rows of one strip of pick_triples(): output row oy reads source row
 // row_of(oy) (an element offset). An output row that reads the same source
-// row as the previous one equals it, so it is copied from there; two
-// neighbouring output rows that read different source rows are moved
-// together (two streams from memory at a time): move(out, row, out2, row2)
-// moves the strip of one row, or of two when out2 is not null (row2 > row).
-template <typename T, typename RowOf, typename Move>
-void walk_rows(T *dst, uint32_t dst_width, uint32_t dst_height, size_t pixel, uint32_t x0,
-               uint32_t n, RowOf row_of, Move move)
+// row as the previous one equals it, so it is copied from there; up to
+// kRowGroup neighbouring output rows that read different source rows are
+// moved together (several streams from memory at a time):
+// move(outs, rows, count) moves the strips of count rows (rows increasing).
+template <typename RowOf, typename Move>
+void walk_rows(int32_t *dst, uint32_t dst_width, uint32_t dst_height, uint32_t x0, uint32_t n,
+               RowOf row_of, Move move)
 {
-    const size_t dst_row = size_t(dst_width) * pixel;
+    const size_t dst_row = size_t(dst_width) * 3;
     size_t previous = SIZE_MAX;
     for (uint32_t oy = 0; oy < dst_height;) {
         const size_t row = row_of(oy);
-        T *out = dst + size_t(oy) * dst_row + size_t(x0) * pixel;
+        int32_t *out = dst + size_t(oy) * dst_row + size_t(x0) * 3;
         if (row == previous) {
-            std::memcpy(out, out - dst_row, size_t(n) * pixel * sizeof(T));
+            std::memcpy(out, out - dst_row, size_t(n) * 3 * sizeof(int32_t));
             ++oy;
             continue;
         }
-        const size_t next = oy + 1 < dst_height ? row_of(oy + 1) : row;
-        if (next != row) {
-            move(out, row, out + dst_row, next);
-            previous = next;
-            oy += 2;
-        } else {
-            move(out, row, static_cast<T *>(nullptr), row);
-            previous = row;
-            ++oy;
+        int32_t *outs[kRowGroup] = {out};
+        size_t rows[kRowGroup] = {row};
+        uint32_t count = 1;
+        while (count < kRowGroup && oy + count < dst_height) {
+            const size_t next = row_of(oy + count);
+            if (next == rows[count - 1])
+                break;
+            outs[count] = outs[count - 1] + dst_row;
+            rows[count++] = next;
         }
+        move(outs, rows, count);
+        previous = rows[count - 1];
+        oy += count;
     }
 }
 
@@ -120,6 +126,34 @@ void pick(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, size_t 
     }
 }
 
+// Strips of R output rows of three-channel pixels: outputs 0 ... wide - 1
+// as blocks (wide is that of the last row, the lowest of the group), the
+// others value by value.
+template <uint32_t R>
+void move_triples(const int32_t *src, const size_t *table, uint32_t n, uint32_t wide,
+                  int32_t *const *outs, const size_t *rows)
+{
+    int32_t *out[R];
+    const int32_t *line[R];
+    for (uint32_t r = 0; r < R; ++r) {
+        out[r] = outs[r];
+        line[r] = src + rows[r];
+    }
+    uint32_t k = 0;
+    for (; k < wide; ++k)
+        for (uint32_t r = 0; r < R; ++r)
+            std::memcpy(out[r] + 3 * size_t(k), line[r] + table[k], 4 * sizeof(int32_t));
+    for (; k < n; ++k) {
+        for (uint32_t r = 0; r < R; ++r) {
+            const int32_t *in = line[r] + table[k];
+            int32_t *o = out[r] + 3 * size_t(k);
+            o[0] = in[0];
+            o[1] = in[1];
+            o[2] = in[2];
+        }
+    }
+}
+
 // The walk of pick() for pixels of three 32-bit values, each moved as one
 // 16-byte block: its three values and the element after them. The pixels of
 // a row are written left to right, so the next pixel overwrites the extra
@@ -144,30 +178,13 @@ void pick_triples(const int32_t *src, size_t src_elements, int32_t *dst, uint32_
                 --w;
             return w;
         };
-        const auto value_by_value = [](int32_t *out, const int32_t *in) {
-            out[0] = in[0];
-            out[1] = in[1];
-            out[2] = in[2];
-        };
-        walk_rows(dst, dst_width, dst_height, 3, x0, n, row_of,
-                  [&](int32_t *out, size_t row, int32_t *out2, size_t row2) {
-                      const int32_t *line = src + row;
-                      uint32_t k = 0;
-                      if (out2 == nullptr) {
-                          for (const uint32_t w = wide(row); k < w; ++k, out += 3)
-                              std::memcpy(out, line + table[k], 4 * sizeof(int32_t));
-                          for (; k < n; ++k, out += 3)
-                              value_by_value(out, line + table[k]);
-                          return;
-                      }
-                      const int32_t *line2 = src + row2;
-                      for (const uint32_t w = wide(row2); k < w; ++k, out += 3, out2 += 3) {
-                          std::memcpy(out, line + table[k], 4 * sizeof(int32_t));
-                          std::memcpy(out2, line2 + table[k], 4 * sizeof(int32_t));
-                      }
-                      for (; k < n; ++k, out += 3, out2 += 3) {
-                          value_by_value(out, line + table[k]);
-                          value_by_value(out2, line2 + table[k]);
+        walk_rows(dst, dst_width, dst_height, x0, n, row_of,
+                  [&](int32_t *const *outs, const size_t *rows, uint32_t count) {
+                      switch (count) {
+                      case 1: move_triples<1>(src, table, n, wide(rows[0]), outs, rows); break;
+                      case 2: move_triples<2>(src, table, n, wide(rows[1]), outs, rows); break;
+                      case 3: move_triples<3>(src, table, n, wide(rows[2]), outs, rows); break;
+                      default: move_triples<4>(src, table, n, wide(rows[3]), outs, rows); break;
                       }
                   });
     }
