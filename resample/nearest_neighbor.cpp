@@ -56,30 +56,31 @@ inline uint32_t tolerant_index(uint32_t k, float ratio, uint32_t last)
 // kernels allocate nothing), instead of once per output sample.
 constexpr uint32_t kStripColumns = 1024;
 
-// Output rows moved together at most by pick_triples().
+// Output rows moved together at most by pick_singles() and pick_triples().
 constexpr uint32_t kRowGroup = 4;
 
-// The rows of one strip of pick_triples(): output row oy reads source row
+// The rows of one strip of pick_singles() and pick_triples() (pixels of
+// Pixel elements): output row oy reads source row
 // row_of(oy) (an element offset). An output row that reads the same source
 // row as the previous one equals it, so it is copied from there; up to
 // kRowGroup neighbouring output rows that read different source rows are
 // moved together (several streams from memory at a time):
 // move(outs, rows, count) moves the strips of count rows (rows increasing).
-template <typename RowOf, typename Move>
-void walk_rows(int32_t *dst, uint32_t dst_width, uint32_t dst_height, uint32_t x0, uint32_t n,
+template <size_t Pixel, typename T, typename RowOf, typename Move>
+void walk_rows(T *dst, uint32_t dst_width, uint32_t dst_height, uint32_t x0, uint32_t n,
                RowOf row_of, Move move)
 {
-    const size_t dst_row = size_t(dst_width) * 3;
+    const size_t dst_row = size_t(dst_width) * Pixel;
     size_t previous = SIZE_MAX;
     for (uint32_t oy = 0; oy < dst_height;) {
         const size_t row = row_of(oy);
-        int32_t *out = dst + size_t(oy) * dst_row + size_t(x0) * 3;
+        T *out = dst + size_t(oy) * dst_row + size_t(x0) * Pixel;
         if (row == previous) {
-            std::memcpy(out, out - dst_row, size_t(n) * 3 * sizeof(int32_t));
+            std::memcpy(out, out - dst_row, size_t(n) * Pixel * sizeof(T));
             ++oy;
             continue;
         }
-        int32_t *outs[kRowGroup] = {out};
+        T *outs[kRowGroup] = {out};
         size_t rows[kRowGroup] = {row};
         uint32_t count = 1;
         while (count < kRowGroup && oy + count < dst_height) {
@@ -123,6 +124,53 @@ void pick(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, size_t 
             for (uint32_t k = 0; k < n; ++k, out += pixel)
                 copy(out, line + table[k]);
         }
+    }
+}
+
+// Strips of R output rows of one-element pixels.
+template <uint32_t R, typename T>
+void move_singles(const T *src, const size_t *table, uint32_t n, T *const *outs,
+                  const size_t *rows)
+{
+    T *out[R];
+    const T *line[R];
+    for (uint32_t r = 0; r < R; ++r) {
+        out[r] = outs[r];
+        line[r] = src + rows[r];
+    }
+    if constexpr (R == 1) {
+        T *o = out[0];
+        const T *l = line[0];
+        for (uint32_t k = 0; k < n; ++k)
+            o[k] = l[table[k]];
+    } else {
+        for (uint32_t k = 0; k < n; ++k) {
+            const size_t column = table[k];
+            for (uint32_t r = 0; r < R; ++r)
+                out[r][k] = line[r][column];
+        }
+    }
+}
+
+// pick() for pixels of one element, several output rows at a time.
+template <typename T, typename RowOf, typename ColumnOf>
+void pick_singles(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, RowOf row_of,
+                  ColumnOf column_of)
+{
+    size_t table[kStripColumns];
+    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
+        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
+        for (uint32_t k = 0; k < n; ++k)
+            table[k] = column_of(x0 + k);
+        walk_rows<1>(dst, dst_width, dst_height, x0, n, row_of,
+                     [&](T *const *outs, const size_t *rows, uint32_t count) {
+                         switch (count) {
+                         case 1: move_singles<1>(src, table, n, outs, rows); break;
+                         case 2: move_singles<2>(src, table, n, outs, rows); break;
+                         case 3: move_singles<3>(src, table, n, outs, rows); break;
+                         default: move_singles<4>(src, table, n, outs, rows); break;
+                         }
+                     });
     }
 }
 
@@ -178,7 +226,7 @@ void pick_triples(const int32_t *src, size_t src_elements, int32_t *dst, uint32_
                 --w;
             return w;
         };
-        walk_rows(dst, dst_width, dst_height, x0, n, row_of,
+        walk_rows<3>(dst, dst_width, dst_height, x0, n, row_of,
                   [&](int32_t *const *outs, const size_t *rows, uint32_t count) {
                       switch (count) {
                       case 1: move_triples<1>(src, table, n, wide(rows[0]), outs, rows); break;
@@ -188,12 +236,6 @@ void pick_triples(const int32_t *src, size_t src_elements, int32_t *dst, uint32_
                       }
                   });
     }
-}
-
-template <typename T>
-inline void copy_one(T *out, const T *in)
-{
-    *out = *in;
 }
 
 } // namespace
@@ -225,7 +267,7 @@ uint32_t image_nearest_neighbor_scale_interleaved_int32(const int32_t *src, uint
     // copied without a call.
     switch (channels) {
     case 1:
-        pick(src, dst, dst_width, dst_height, 1, row_of, column_of, copy_one<int32_t>);
+        pick_singles(src, dst, dst_width, dst_height, row_of, column_of);
         break;
     case 3:
         pick_triples(src, size_t(src_height) * src_row, dst, dst_width, dst_height, row_of,
@@ -257,14 +299,13 @@ uint32_t image_nearest_neighbor_scale_uint32(const uint32_t *src, int32_t src_wi
     const int32_t step_y = int32_t(uint32_t(src_height) << 16) / dst_height + 1;
 
     const size_t stride = size_t(src_width);
-    pick(src, dst, uint32_t(dst_width), uint32_t(dst_height), 1,
+    pick_singles(src, dst, uint32_t(dst_width), uint32_t(dst_height),
          [=](uint32_t oy) {
              return size_t(step_index(uint64_t(oy) * uint64_t(step_y), uint64_t(src_height) - 1)) * stride;
          },
          [=](uint32_t ox) {
              return size_t(step_index(uint64_t(ox) * uint64_t(step_x), uint64_t(src_width) - 1));
-         },
-         copy_one<uint32_t>);
+         });
     return 0;
 }
 
@@ -281,10 +322,9 @@ uint32_t image_upscale_nearest_neighbor_uint16(const uint16_t *src, uint16_t *ds
     // Output positions are counted in 32 bits, so a destination extent of
     // 65535 is handled like any other.
     const size_t stride = src_width;
-    pick(src, dst, dst_width, dst_height, 1,
+    pick_singles(src, dst, dst_width, dst_height,
          [=](uint32_t oy) { return size_t(tolerant_index(oy + 1, ratio_y, src_height - 1u)) * stride; },
-         [=](uint32_t ox) { return size_t(tolerant_index(ox + 1, ratio_x, src_width - 1u)); },
-         copy_one<uint16_t>);
+         [=](uint32_t ox) { return size_t(tolerant_index(ox + 1, ratio_x, src_width - 1u)); });
     return 0;
 }
 
@@ -308,10 +348,9 @@ uint32_t image_downscale_nearest_neighbor_int32(const int32_t *src, int32_t *dst
     // first block at index 0 instead would change the first output row and
     // column of every call.
     if (use_max == 0) {
-        pick(src, dst, dst_width, dst_height, 1,
+        pick_singles(src, dst, dst_width, dst_height,
              [=](uint32_t oy) { return size_t(exact_index(oy + 1, ratio_y, src_height - 1u)) * stride; },
-             [=](uint32_t ox) { return size_t(exact_index(ox + 1, ratio_x, src_width - 1u)); },
-             copy_one<int32_t>);
+             [=](uint32_t ox) { return size_t(exact_index(ox + 1, ratio_x, src_width - 1u)); });
         return 0;
     }
 #if defined(EJ_CMC_HAVE_X86_64_V3)
