@@ -271,4 +271,35 @@ TEST(NearestNeighborInterleaved, ThreeChannelRowsMatchTheRule)
     }
 }
 
+// 16-bit picks by the 1-based rule with the 0.0001 tolerance, against the
+// kernel's strided moves (columns one to four samples apart over a whole
+// strip of 1024 outputs or its rest) and its table picks, in groups of one to
+// four output rows.
+TEST(NearestNeighborUint16, StridedRowsMatchTheRule)
+{
+    const Extents shapes[] = {{3840, 7, 1280, 3}, {4096, 9, 1024, 4}, {2100, 5, 2100, 5},
+                              {4000, 13, 2000, 6}, {3000, 5, 1100, 4}, {9, 30, 3, 29},
+                              {1920, 3, 3840, 5}};
+    uint32_t seed = 2100;
+    for (const Extents &e : shapes) {
+        const auto src = random_plane<uint16_t>(size_t(e.sw) * e.sh, seed++);
+        const auto index = [](uint32_t s, uint32_t d, uint32_t k) {
+            const float t = float(k) * (float(s) / float(d));
+            const float whole = std::trunc(t);
+            const uint32_t i = uint32_t(whole) - (t - whole < 0.0001f && t >= 1.0f ? 1 : 0);
+            return std::min(i, s - 1);
+        };
+        std::vector<uint16_t> expected;
+        for (uint32_t oy = 1; oy <= e.dh; ++oy)
+            for (uint32_t ox = 1; ox <= e.dw; ++ox)
+                expected.push_back(src[size_t(index(e.sh, e.dh, oy)) * e.sw + index(e.sw, e.dw, ox)]);
+        EXPECT_EQ(ejtest::run_guarded<uint16_t>(size_t(e.dw) * e.dh, [&](uint16_t *d) {
+                      return image_upscale_nearest_neighbor_uint16(src.data(), d, e.sw, e.sh, e.dw,
+                                                                   e.dh);
+                  }),
+                  expected)
+            << describe(e);
+    }
+}
+
 } // namespace
