@@ -96,11 +96,11 @@ void walk_rows(T *dst, uint32_t dst_width, uint32_t dst_height, uint32_t x0, uin
     }
 }
 
-// The common walk of the picking kernels: output row oy reads source row
-// row_of(oy) (an element offset), output column ox of the strip reads
-// element column_of(ox) of that row; copy(out, in) moves one pixel. An output
-// row that reads the same source row as the previous one equals it, so it is
-// copied from there.
+// The plain walk of the picking kernels (interleaved pixels other than one or
+// three elements): output row oy reads source row row_of(oy) (an element
+// offset), output column ox of the strip reads element column_of(ox) of that
+// row; copy(out, in) moves one pixel. An output row that reads the same
+// source row as the previous one equals it, so it is copied from there.
 template <typename T, typename RowOf, typename ColumnOf, typename Copy>
 void pick(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, size_t pixel,
           RowOf row_of, ColumnOf column_of, Copy copy)
