@@ -210,7 +210,8 @@ constexpr uint32_t kWholeMaxColumns = 4; // nx covered: the window holds 8 * nx 
 // none (or nx is too wide for a window).
 inline bool whole_ratios(const area_geometry &geo, uint32_t *nx, uint32_t *ny)
 {
-    if (geo.ratio_x != __builtin_truncf(geo.ratio_x) || geo.ratio_y != __builtin_truncf(geo.ratio_y))
+    if (geo.ratio_x != __builtin_truncf(geo.ratio_x) ||
+        geo.ratio_y != __builtin_truncf(geo.ratio_y))
         return false;
     *nx = uint32_t(geo.ratio_x);
     *ny = uint32_t(geo.ratio_y);
@@ -248,8 +249,10 @@ inline __m256 whole_sum8(const float *at, size_t stride, uint32_t ny)
     for (uint32_t r = 0; r < ny; ++r, at += stride) {
         __m256i reg[NX];
         load_window(reg, at);
-        for (int c = 0; c < NX; ++c)
-            sum = _mm256_add_ps(sum, _mm256_castsi256_ps(window_pick(reg, whole_pick_index<NX>(c))));
+        for (int c = 0; c < NX; ++c) {
+            const __m256i picked = window_pick(reg, whole_pick_index<NX>(c));
+            sum = _mm256_add_ps(sum, _mm256_castsi256_ps(picked));
+        }
     }
     return sum;
 }
@@ -328,17 +331,19 @@ void downscale_whole(const T *region, uint16_t *dst, const area_geometry &geo, u
             const T *next_rows = band_rows + size_t(ny) * stride;
             uint16_t *next_out = out + geo.dst_width;
             for (uint32_t ox = 0; ox < full; ox += 8) {
-                store_low16(out + ox, finish(whole_sum8<NX>(band_rows + size_t(ox) * NX, stride, ny)), 8);
-                store_low16(next_out + ox,
-                            finish(whole_sum8<NX>(next_rows + size_t(ox) * NX, stride, ny)), 8);
+                const size_t at = size_t(ox) * NX;
+                store_low16(out + ox, finish(whole_sum8<NX>(band_rows + at, stride, ny)), 8);
+                store_low16(next_out + ox, finish(whole_sum8<NX>(next_rows + at, stride, ny)), 8);
             }
             whole_tail<NX>(band_rows, out, geo, ny, full, finish);
             whole_tail<NX>(next_rows, next_out, geo, ny, full, finish);
             ++oy;
             continue;
         }
-        for (uint32_t ox = 0; ox < full; ox += 8)
-            store_low16(out + ox, finish(whole_sum8<NX>(band_rows + size_t(ox) * NX, stride, ny)), 8);
+        for (uint32_t ox = 0; ox < full; ox += 8) {
+            const size_t at = size_t(ox) * NX;
+            store_low16(out + ox, finish(whole_sum8<NX>(band_rows + at, stride, ny)), 8);
+        }
         whole_tail<NX>(band_rows, out, geo, ny, full, finish);
     }
 }

@@ -220,8 +220,9 @@ inline void block_max_all(const int32_t *src, int32_t *dst, uint32_t src_width,
             for (uint32_t ky = 1; ky <= dst_height; ++ky) {
                 const uint32_t iy = exact_index(ky, ratio_y, src_height - 1u);
                 const bool rows = iy > prev_y;
+                const uint32_t x_end = columns[0] + 1;
                 dst[size_t(ky - 1) * dst_width + x0] =
-                    rows ? block_max(src, stride, prev_y + 1, iy + 1, prev_x + 1, columns[0] + 1) : 0;
+                    rows ? block_max(src, stride, prev_y + 1, iy + 1, prev_x + 1, x_end) : 0;
                 prev_y = rows ? iy : prev_y;
             }
             x0 += 1;

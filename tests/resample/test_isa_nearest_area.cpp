@@ -258,13 +258,14 @@ TEST(NearestNeighborInterleaved, ThreeChannelRowsMatchTheRule)
         };
         std::vector<int32_t> expected;
         for (uint32_t oy = 0; oy < e.dh; ++oy)
-            for (uint32_t ox = 0; ox < e.dw; ++ox)
+            for (uint32_t ox = 0; ox < e.dw; ++ox) {
+                const size_t pixel = size_t(index(e.sh, e.dh, oy)) * e.sw + index(e.sw, e.dw, ox);
                 for (uint32_t c = 0; c < 3; ++c)
-                    expected.push_back(
-                        src[(size_t(index(e.sh, e.dh, oy)) * e.sw + index(e.sw, e.dw, ox)) * 3 + c]);
+                    expected.push_back(src[pixel * 3 + c]);
+            }
         EXPECT_EQ(ejtest::run_guarded<int32_t>(size_t(e.dw) * e.dh * 3, [&](int32_t *d) {
-                      return image_nearest_neighbor_scale_interleaved_int32(src.data(), e.sw, e.sh, 3,
-                                                                            d, e.dw, e.dh);
+                      return image_nearest_neighbor_scale_interleaved_int32(src.data(), e.sw,
+                                                                            e.sh, 3, d, e.dw, e.dh);
                   }),
                   expected)
             << describe(e);
@@ -292,7 +293,8 @@ TEST(NearestNeighborUint16, StridedRowsMatchTheRule)
         std::vector<uint16_t> expected;
         for (uint32_t oy = 1; oy <= e.dh; ++oy)
             for (uint32_t ox = 1; ox <= e.dw; ++ox)
-                expected.push_back(src[size_t(index(e.sh, e.dh, oy)) * e.sw + index(e.sw, e.dw, ox)]);
+                expected.push_back(
+                    src[size_t(index(e.sh, e.dh, oy)) * e.sw + index(e.sw, e.dw, ox)]);
         EXPECT_EQ(ejtest::run_guarded<uint16_t>(size_t(e.dw) * e.dh, [&](uint16_t *d) {
                       return image_upscale_nearest_neighbor_uint16(src.data(), d, e.sw, e.sh, e.dw,
                                                                    e.dh);
