@@ -316,28 +316,30 @@ void whole_tail(const T *band_rows, uint16_t *out, const area_geometry &geo, uin
     store_low16(out + full, finish(_mm256_load_ps(sums)), geo.dst_width - full);
 }
 
-template <int NX, typename T, typename Finish>
-void downscale_whole(const T *region, uint16_t *dst, const area_geometry &geo, uint32_t ny,
-                     Finish finish)
+// Group output rows are taken side by side: their source rows stream from
+// memory together. Each output's sum is unchanged.
+template <int NX, uint32_t Group, typename T, typename Finish>
+void downscale_whole_rows(const T *region, uint16_t *dst, const area_geometry &geo, uint32_t ny,
+                          Finish finish)
 {
     const size_t stride = geo.src_width;
     const uint32_t full = geo.dst_width & ~7u;
+    constexpr uint32_t group = Group;
     for (uint32_t oy = 0; oy < geo.dst_height; ++oy) {
         const T *band_rows = region + size_t(oy) * ny * stride;
         uint16_t *out = dst + size_t(oy) * geo.dst_width;
-        if (oy + 1 < geo.dst_height) {
-            // Two output rows side by side: twice the source rows stream
-            // from memory at a time. Each output's sum is unchanged.
-            const T *next_rows = band_rows + size_t(ny) * stride;
-            uint16_t *next_out = out + geo.dst_width;
+        if (oy + group <= geo.dst_height) {
+            const size_t band = size_t(ny) * stride;
+            const size_t row = geo.dst_width;
             for (uint32_t ox = 0; ox < full; ox += 8) {
-                const size_t at = size_t(ox) * NX;
-                store_low16(out + ox, finish(whole_sum8<NX>(band_rows + at, stride, ny)), 8);
-                store_low16(next_out + ox, finish(whole_sum8<NX>(next_rows + at, stride, ny)), 8);
+                const T *at = band_rows + size_t(ox) * NX;
+                for (uint32_t r = 0; r < group; ++r)
+                    store_low16(out + r * row + ox,
+                                finish(whole_sum8<NX>(at + r * band, stride, ny)), 8);
             }
-            whole_tail<NX>(band_rows, out, geo, ny, full, finish);
-            whole_tail<NX>(next_rows, next_out, geo, ny, full, finish);
-            ++oy;
+            for (uint32_t r = 0; r < group; ++r)
+                whole_tail<NX>(band_rows + r * band, out + r * row, geo, ny, full, finish);
+            oy += group - 1;
             continue;
         }
         for (uint32_t ox = 0; ox < full; ox += 8) {
@@ -346,6 +348,18 @@ void downscale_whole(const T *region, uint16_t *dst, const area_geometry &geo, u
         }
         whole_tail<NX>(band_rows, out, geo, ny, full, finish);
     }
+}
+
+// Output rows taken together: four of two source rows or fewer each (the
+// 2x reductions), else two (measured: more streams no longer pay there).
+template <int NX, typename T, typename Finish>
+void downscale_whole(const T *region, uint16_t *dst, const area_geometry &geo, uint32_t ny,
+                     Finish finish)
+{
+    if (ny <= 2)
+        downscale_whole_rows<NX, 4>(region, dst, geo, ny, finish);
+    else
+        downscale_whole_rows<NX, 2>(region, dst, geo, ny, finish);
 }
 
 // Runs the whole-ratio loops when they apply; false leaves the call to the
