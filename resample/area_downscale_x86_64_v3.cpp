@@ -191,9 +191,202 @@ __m256 vector_band_sum(const vector_rows<T> &vr, const lane_bands &b)
     return sum;
 }
 
+// --- Whole-number ratios.
+//
+// When the region is exactly nx times as wide and ny times as high as the
+// destination, every band has the same shape: output (ox, oy) covers source
+// columns nx * ox ... nx * ox + nx - 1 and rows ny * oy ... ny * oy + ny - 1,
+// each weighing 1 - 0 = 1 (no band end has a fraction), so every step of the
+// sum is fma(1 * 1, sample, sum) = sum + sample, rounded once. The float loop
+// adds the samples in the portable order (row by row, each left to right),
+// lane by lane. For 16-bit samples every partial sum is an integer below
+// nx * ny * 65536 <= 2^24 when nx * ny <= 256, so the float sum of the
+// portable loop is exact and equals the integer sum in any grouping: columns
+// are summed down the band's rows first, then across.
+
+constexpr uint32_t kWholeMaxColumns = 4; // nx covered: the window holds 8 * nx samples
+
+// Whole ratios of the region to the destination, or false when an axis has
+// none (or nx is too wide for a window).
+inline bool whole_ratios(const area_geometry &geo, uint32_t *nx, uint32_t *ny)
+{
+    if (geo.ratio_x != __builtin_truncf(geo.ratio_x) ||
+        geo.ratio_y != __builtin_truncf(geo.ratio_y))
+        return false;
+    *nx = uint32_t(geo.ratio_x);
+    *ny = uint32_t(geo.ratio_y);
+    return *nx >= 1 && *nx <= kWholeMaxColumns && *ny >= 1 &&
+           uint64_t(*nx) * geo.dst_width == uint64_t(geo.region_width) &&
+           uint64_t(*ny) * geo.dst_height == uint64_t(geo.region_height);
+}
+
+// Lane k of pick c reads window element nx * k + c.
+template <int NX>
+inline __m256i whole_pick_index(int c)
+{
+    return _mm256_add_epi32(_mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7),
+                                               _mm256_set1_epi32(NX)),
+                            _mm256_set1_epi32(c));
+}
+
+// Sums of eight neighbouring outputs whose bands start at column 0 of `at`.
+template <int NX>
+inline __m256 whole_sum8(const float *at, size_t stride, uint32_t ny)
+{
+    if constexpr (NX == 2) {
+        // Even and odd samples of two registers land in the lane order of
+        // outputs 0 1 4 5 2 3 6 7; every lane adds its own two samples per
+        // row in order, and one permutation restores the output order.
+        __m256 sum = _mm256_setzero_ps();
+        for (uint32_t r = 0; r < ny; ++r, at += stride) {
+            const __m256 a = _mm256_loadu_ps(at), b = _mm256_loadu_ps(at + 8);
+            sum = _mm256_add_ps(sum, _mm256_shuffle_ps(a, b, 0x88));
+            sum = _mm256_add_ps(sum, _mm256_shuffle_ps(a, b, 0xDD));
+        }
+        return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(sum), 0xD8));
+    }
+    __m256 sum = _mm256_setzero_ps();
+    for (uint32_t r = 0; r < ny; ++r, at += stride) {
+        __m256i reg[NX];
+        load_window(reg, at);
+        for (int c = 0; c < NX; ++c) {
+            const __m256i picked = window_pick(reg, whole_pick_index<NX>(c));
+            sum = _mm256_add_ps(sum, _mm256_castsi256_ps(picked));
+        }
+    }
+    return sum;
+}
+
+template <int NX>
+inline __m256 whole_sum8(const uint16_t *at, size_t stride, uint32_t ny)
+{
+    if constexpr (NX == 2) {
+        // The two samples of an output share one 32-bit lane.
+        const __m256i low = _mm256_set1_epi32(0xFFFF);
+        __m256i total = _mm256_setzero_si256();
+        for (uint32_t r = 0; r < ny; ++r, at += stride) {
+            const __m256i pairs = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(at));
+            total = _mm256_add_epi32(total, _mm256_add_epi32(_mm256_and_si256(pairs, low),
+                                                             _mm256_srli_epi32(pairs, 16)));
+        }
+        return _mm256_cvtepi32_ps(total);
+    }
+    __m256i column[NX];
+    for (int j = 0; j < NX; ++j)
+        column[j] = _mm256_setzero_si256();
+    for (uint32_t r = 0; r < ny; ++r, at += stride)
+        for (int j = 0; j < NX; ++j)
+            column[j] = _mm256_add_epi32(column[j], widen8(at + 8 * j));
+    __m256i total = window_pick(column, whole_pick_index<NX>(0));
+    for (int c = 1; c < NX; ++c)
+        total = _mm256_add_epi32(total, window_pick(column, whole_pick_index<NX>(c)));
+    return _mm256_cvtepi32_ps(total);
+}
+
+// The same sum for one output, in the same order.
+inline float whole_sum1(const float *at, size_t stride, uint32_t nx, uint32_t ny)
+{
+    float sum = 0.0f;
+    for (uint32_t r = 0; r < ny; ++r, at += stride)
+        for (uint32_t c = 0; c < nx; ++c)
+            sum = sum + at[c];
+    return sum;
+}
+
+inline float whole_sum1(const uint16_t *at, size_t stride, uint32_t nx, uint32_t ny)
+{
+    int32_t sum = 0;
+    for (uint32_t r = 0; r < ny; ++r, at += stride)
+        for (uint32_t c = 0; c < nx; ++c)
+            sum += at[c];
+    return float(sum);
+}
+
+// Outputs full ... dst_width - 1 of a row one by one: a window would read
+// past the region's last column.
+template <int NX, typename T, typename Finish>
+void whole_tail(const T *band_rows, uint16_t *out, const area_geometry &geo, uint32_t ny,
+                uint32_t full, Finish finish)
+{
+    if (full == geo.dst_width)
+        return;
+    alignas(32) float sums[8] = {};
+    for (uint32_t ox = full; ox < geo.dst_width; ++ox)
+        sums[ox - full] = whole_sum1(band_rows + size_t(ox) * NX, geo.src_width, NX, ny);
+    store_low16(out + full, finish(_mm256_load_ps(sums)), geo.dst_width - full);
+}
+
+// Group output rows are taken side by side: their source rows stream from
+// memory together. Each output's sum is unchanged.
+template <int NX, uint32_t Group, typename T, typename Finish>
+void downscale_whole_rows(const T *region, uint16_t *dst, const area_geometry &geo, uint32_t ny,
+                          Finish finish)
+{
+    const size_t stride = geo.src_width;
+    const uint32_t full = geo.dst_width & ~7u;
+    constexpr uint32_t group = Group;
+    for (uint32_t oy = 0; oy < geo.dst_height; ++oy) {
+        const T *band_rows = region + size_t(oy) * ny * stride;
+        uint16_t *out = dst + size_t(oy) * geo.dst_width;
+        if (oy + group <= geo.dst_height) {
+            const size_t band = size_t(ny) * stride;
+            const size_t row = geo.dst_width;
+            for (uint32_t ox = 0; ox < full; ox += 8) {
+                const T *at = band_rows + size_t(ox) * NX;
+                for (uint32_t r = 0; r < group; ++r)
+                    store_low16(out + r * row + ox,
+                                finish(whole_sum8<NX>(at + r * band, stride, ny)), 8);
+            }
+            for (uint32_t r = 0; r < group; ++r)
+                whole_tail<NX>(band_rows + r * band, out + r * row, geo, ny, full, finish);
+            oy += group - 1;
+            continue;
+        }
+        for (uint32_t ox = 0; ox < full; ox += 8) {
+            const size_t at = size_t(ox) * NX;
+            store_low16(out + ox, finish(whole_sum8<NX>(band_rows + at, stride, ny)), 8);
+        }
+        whole_tail<NX>(band_rows, out, geo, ny, full, finish);
+    }
+}
+
+// Output rows taken together: four of two source rows or fewer each (the
+// 2x reductions), else two (measured: more streams no longer pay there).
+template <int NX, typename T, typename Finish>
+void downscale_whole(const T *region, uint16_t *dst, const area_geometry &geo, uint32_t ny,
+                     Finish finish)
+{
+    if (ny <= 2)
+        downscale_whole_rows<NX, 4>(region, dst, geo, ny, finish);
+    else
+        downscale_whole_rows<NX, 2>(region, dst, geo, ny, finish);
+}
+
+// Runs the whole-ratio loops when they apply; false leaves the call to the
+// general loops.
+template <typename T, typename Finish>
+bool try_downscale_whole(const T *src, uint16_t *dst, const area_geometry &geo, Finish finish)
+{
+    uint32_t nx = 0, ny = 0;
+    if (!whole_ratios(geo, &nx, &ny))
+        return false;
+    if (sizeof(T) == 2 && nx * ny > 256)
+        return false;
+    const T *region = src + geo.region_offset;
+    switch (nx) {
+    case 1: downscale_whole<1>(region, dst, geo, ny, finish); break;
+    case 2: downscale_whole<2>(region, dst, geo, ny, finish); break;
+    case 3: downscale_whole<3>(region, dst, geo, ny, finish); break;
+    default: downscale_whole<4>(region, dst, geo, ny, finish); break;
+    }
+    return true;
+}
+
 template <typename T, typename Finish>
 void downscale(const T *src, uint16_t *dst, const area_geometry &geo, Finish finish)
 {
+    if (try_downscale_whole(src, dst, geo, finish))
+        return;
     const T *region = src + geo.region_offset;
     const size_t stride = geo.src_width;
     // Elements of a plane row from the region's first column on: a window

@@ -20,6 +20,8 @@
 #include <cstring>
 
 #include "ej_cmc_resample.h"
+#include "isa_dispatch.h"
+#include "nearest_block_max.h"
 
 namespace {
 
@@ -49,37 +51,66 @@ inline uint32_t tolerant_index(uint32_t k, float ratio, uint32_t last)
     return i < last ? i : last;
 }
 
-// 1-based float-ratio rule where only an exactly integral t counts; the
-// integer part is taken modulo 2^16 as the kernel's 16-bit index.
-inline uint32_t exact_index(uint32_t k, float ratio, uint32_t last)
-{
-    const float t = float(k) * ratio;
-    uint32_t i = uint32_t(std::trunc(t)) & 0xFFFFu;
-    if (t - float(i) == 0.0f && i != 0)
-        --i;
-    return i < last ? i : last;
-}
-
 // Output columns per strip: the source column of every output column of the
 // strip is computed once per call and kept in a bounded stack table (the
 // kernels allocate nothing), instead of once per output sample.
 constexpr uint32_t kStripColumns = 1024;
 
-// The common walk of the picking kernels: output row oy reads source row
-// row_of(oy) (an element offset), output column ox of the strip reads
-// element column_of(ox) of that row; copy(out, in) moves one pixel. An output
-// row that reads the same source row as the previous one equals it, so it is
-// copied from there.
+// Output rows moved together at most by pick_singles() and pick_triples().
+constexpr uint32_t kRowGroup = 4;
+
+// The rows of one strip of pick_singles() and pick_triples() (pixels of
+// Pixel elements): output row oy reads source row
+// row_of(oy) (an element offset). An output row that reads the same source
+// row as the previous one equals it, so it is copied from there; up to
+// kRowGroup neighbouring output rows that read different source rows are
+// moved together (several streams from memory at a time):
+// move(outs, rows, count) moves the strips of count rows (rows increasing).
+template <size_t Pixel, typename T, typename RowOf, typename Move>
+void walk_rows(T *dst, uint32_t dst_width, uint32_t dst_height, uint32_t x0, uint32_t n,
+               RowOf row_of, Move move)
+{
+    const size_t dst_row = size_t(dst_width) * Pixel;
+    size_t previous = SIZE_MAX;
+    for (uint32_t oy = 0; oy < dst_height;) {
+        const size_t row = row_of(oy);
+        T *out = dst + size_t(oy) * dst_row + size_t(x0) * Pixel;
+        if (row == previous) {
+            std::memcpy(out, out - dst_row, size_t(n) * Pixel * sizeof(T));
+            ++oy;
+            continue;
+        }
+        T *outs[kRowGroup] = {out};
+        size_t rows[kRowGroup] = {row};
+        uint32_t count = 1;
+        while (count < kRowGroup && oy + count < dst_height) {
+            const size_t next = row_of(oy + count);
+            if (next == rows[count - 1])
+                break;
+            outs[count] = outs[count - 1] + dst_row;
+            rows[count++] = next;
+        }
+        move(outs, rows, count);
+        previous = rows[count - 1];
+        oy += count;
+    }
+}
+
+// The plain walk of the picking kernels (interleaved pixels other than one or
+// three elements): output row oy reads source row row_of(oy) (an element
+// offset), output column ox of the strip reads element column_of(ox) of that
+// row; copy(out, in) moves one pixel. An output row that reads the same
+// source row as the previous one equals it, so it is copied from there.
 template <typename T, typename RowOf, typename ColumnOf, typename Copy>
 void pick(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, size_t pixel,
           RowOf row_of, ColumnOf column_of, Copy copy)
 {
     size_t table[kStripColumns];
-    const size_t dst_row = size_t(dst_width) * pixel;
     for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
         const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
         for (uint32_t k = 0; k < n; ++k)
             table[k] = column_of(x0 + k);
+        const size_t dst_row = size_t(dst_width) * pixel;
         size_t previous = SIZE_MAX;
         for (uint32_t oy = 0; oy < dst_height; ++oy) {
             const size_t row = row_of(oy);
@@ -96,10 +127,171 @@ void pick(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, size_t 
     }
 }
 
-template <typename T>
-inline void copy_one(T *out, const T *in)
+// Strips of R output rows of one-element pixels.
+template <uint32_t R, typename T>
+void move_singles(const T *src, const size_t *table, uint32_t n, T *const *outs,
+                  const size_t *rows)
 {
-    *out = *in;
+    T *out[R];
+    const T *line[R];
+    for (uint32_t r = 0; r < R; ++r) {
+        out[r] = outs[r];
+        line[r] = src + rows[r];
+    }
+    if constexpr (R == 1) {
+        T *o = out[0];
+        const T *l = line[0];
+        for (uint32_t k = 0; k < n; ++k)
+            o[k] = l[table[k]];
+    } else {
+        for (uint32_t k = 0; k < n; ++k) {
+            const size_t column = table[k];
+            for (uint32_t r = 0; r < R; ++r)
+                out[r][k] = line[r][column];
+        }
+    }
+}
+
+// The same for strips whose columns advance by a fixed Step from `first`
+// (whole-number reductions, equal extents): the picks are strided loads the
+// compiler can vectorise (nearest_neighbor.cpp is built with the dynamic
+// vectoriser cost model).
+template <uint32_t R, uint32_t Step, typename T>
+void move_singles_strided(const T *src, size_t first, uint32_t n, T *const *outs,
+                          const size_t *rows)
+{
+    // Sections of 64 outputs, row after row, so that the R source rows
+    // still stream together.
+    for (uint32_t k0 = 0; k0 < n; k0 += 64) {
+        const uint32_t k1 = n - k0 < 64 ? n : k0 + 64;
+        for (uint32_t r = 0; r < R; ++r) {
+            T *out = outs[r];
+            const T *line = src + rows[r] + first;
+            for (uint32_t k = k0; k < k1; ++k)
+                out[k] = line[Step * k];
+        }
+    }
+}
+
+// Step of a strip's columns when they advance by 1 ... 4 from one output to
+// the next, else 0.
+inline uint32_t column_step(const size_t *table, uint32_t n)
+{
+    if (n < 2 || table[1] <= table[0] || table[1] - table[0] > 4)
+        return 0;
+    const size_t step = table[1] - table[0];
+    for (uint32_t k = 2; k < n; ++k)
+        if (table[k] - table[k - 1] != step)
+            return 0;
+    return uint32_t(step);
+}
+
+template <uint32_t Step, typename T>
+void move_strided(const T *src, size_t first, uint32_t n, T *const *outs, const size_t *rows,
+                  uint32_t count)
+{
+    switch (count) {
+    case 1: move_singles_strided<1, Step>(src, first, n, outs, rows); break;
+    case 2: move_singles_strided<2, Step>(src, first, n, outs, rows); break;
+    case 3: move_singles_strided<3, Step>(src, first, n, outs, rows); break;
+    default: move_singles_strided<4, Step>(src, first, n, outs, rows); break;
+    }
+}
+
+// pick() for pixels of one element, several output rows at a time.
+template <typename T, typename RowOf, typename ColumnOf>
+void pick_singles(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, RowOf row_of,
+                  ColumnOf column_of)
+{
+    size_t table[kStripColumns];
+    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
+        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
+        for (uint32_t k = 0; k < n; ++k)
+            table[k] = column_of(x0 + k);
+        // 16-bit samples gain from the strided loads; 32-bit ones measured
+        // no faster than the table's picks.
+        const uint32_t step = sizeof(T) == 2 ? column_step(table, n) : 0;
+        walk_rows<1>(dst, dst_width, dst_height, x0, n, row_of,
+                     [&](T *const *outs, const size_t *rows, uint32_t count) {
+                         switch (step) {
+                         case 1: move_strided<1>(src, table[0], n, outs, rows, count); return;
+                         case 2: move_strided<2>(src, table[0], n, outs, rows, count); return;
+                         case 3: move_strided<3>(src, table[0], n, outs, rows, count); return;
+                         case 4: move_strided<4>(src, table[0], n, outs, rows, count); return;
+                         default: break;
+                         }
+                         switch (count) {
+                         case 1: move_singles<1>(src, table, n, outs, rows); break;
+                         case 2: move_singles<2>(src, table, n, outs, rows); break;
+                         case 3: move_singles<3>(src, table, n, outs, rows); break;
+                         default: move_singles<4>(src, table, n, outs, rows); break;
+                         }
+                     });
+    }
+}
+
+// Strips of R output rows of three-channel pixels: outputs 0 ... wide - 1
+// as blocks (wide is that of the last row, the lowest of the group), the
+// others value by value.
+template <uint32_t R>
+void move_triples(const int32_t *src, const size_t *table, uint32_t n, uint32_t wide,
+                  int32_t *const *outs, const size_t *rows)
+{
+    int32_t *out[R];
+    const int32_t *line[R];
+    for (uint32_t r = 0; r < R; ++r) {
+        out[r] = outs[r];
+        line[r] = src + rows[r];
+    }
+    uint32_t k = 0;
+    for (; k < wide; ++k)
+        for (uint32_t r = 0; r < R; ++r)
+            std::memcpy(out[r] + 3 * size_t(k), line[r] + table[k], 4 * sizeof(int32_t));
+    for (; k < n; ++k) {
+        for (uint32_t r = 0; r < R; ++r) {
+            const int32_t *in = line[r] + table[k];
+            int32_t *o = out[r] + 3 * size_t(k);
+            o[0] = in[0];
+            o[1] = in[1];
+            o[2] = in[2];
+        }
+    }
+}
+
+// The walk of pick() for pixels of three 32-bit values, each moved as one
+// 16-byte block: its three values and the element after them. The pixels of
+// a row are written left to right, so the next pixel overwrites the extra
+// element; the last pixel of every strip row, and the pixels whose block
+// would end past the source plane, are moved value by value. Every output
+// element ends up holding its pixel's value, and nothing outside the source
+// plane is read, nor outside the destination written.
+template <typename RowOf, typename ColumnOf>
+void pick_triples(const int32_t *src, size_t src_elements, int32_t *dst, uint32_t dst_width,
+                  uint32_t dst_height, RowOf row_of, ColumnOf column_of)
+{
+    size_t table[kStripColumns];
+    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
+        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
+        for (uint32_t k = 0; k < n; ++k)
+            table[k] = column_of(x0 + k);
+        // Outputs 0 ... wide(row) - 1 of a row are moved as blocks (the
+        // columns grow with k, the rows with the output row).
+        const auto wide = [&](size_t row) {
+            uint32_t w = n - 1;
+            while (w > 0 && row + table[w - 1] + 4 > src_elements)
+                --w;
+            return w;
+        };
+        walk_rows<3>(dst, dst_width, dst_height, x0, n, row_of,
+                  [&](int32_t *const *outs, const size_t *rows, uint32_t count) {
+                      switch (count) {
+                      case 1: move_triples<1>(src, table, n, wide(rows[0]), outs, rows); break;
+                      case 2: move_triples<2>(src, table, n, wide(rows[1]), outs, rows); break;
+                      case 3: move_triples<3>(src, table, n, wide(rows[2]), outs, rows); break;
+                      default: move_triples<4>(src, table, n, wide(rows[3]), outs, rows); break;
+                      }
+                  });
+    }
 }
 
 } // namespace
@@ -131,15 +323,11 @@ uint32_t image_nearest_neighbor_scale_interleaved_int32(const int32_t *src, uint
     // copied without a call.
     switch (channels) {
     case 1:
-        pick(src, dst, dst_width, dst_height, 1, row_of, column_of, copy_one<int32_t>);
+        pick_singles(src, dst, dst_width, dst_height, row_of, column_of);
         break;
     case 3:
-        pick(src, dst, dst_width, dst_height, 3, row_of, column_of,
-             [](int32_t *out, const int32_t *in) {
-                 out[0] = in[0];
-                 out[1] = in[1];
-                 out[2] = in[2];
-             });
+        pick_triples(src, size_t(src_height) * src_row, dst, dst_width, dst_height, row_of,
+                     column_of);
         break;
     case 4:
         pick(src, dst, dst_width, dst_height, 4, row_of, column_of,
@@ -167,14 +355,13 @@ uint32_t image_nearest_neighbor_scale_uint32(const uint32_t *src, int32_t src_wi
     const int32_t step_y = int32_t(uint32_t(src_height) << 16) / dst_height + 1;
 
     const size_t stride = size_t(src_width);
-    pick(src, dst, uint32_t(dst_width), uint32_t(dst_height), 1,
+    pick_singles(src, dst, uint32_t(dst_width), uint32_t(dst_height),
          [=](uint32_t oy) {
              return size_t(step_index(uint64_t(oy) * uint64_t(step_y), uint64_t(src_height) - 1)) * stride;
          },
          [=](uint32_t ox) {
              return size_t(step_index(uint64_t(ox) * uint64_t(step_x), uint64_t(src_width) - 1));
-         },
-         copy_one<uint32_t>);
+         });
     return 0;
 }
 
@@ -191,30 +378,11 @@ uint32_t image_upscale_nearest_neighbor_uint16(const uint16_t *src, uint16_t *ds
     // Output positions are counted in 32 bits, so a destination extent of
     // 65535 is handled like any other.
     const size_t stride = src_width;
-    pick(src, dst, dst_width, dst_height, 1,
+    pick_singles(src, dst, dst_width, dst_height,
          [=](uint32_t oy) { return size_t(tolerant_index(oy + 1, ratio_y, src_height - 1u)) * stride; },
-         [=](uint32_t ox) { return size_t(tolerant_index(ox + 1, ratio_x, src_width - 1u)); },
-         copy_one<uint16_t>);
+         [=](uint32_t ox) { return size_t(tolerant_index(ox + 1, ratio_x, src_width - 1u)); });
     return 0;
 }
-
-namespace {
-
-// Maximum of 0 and the samples in rows y_begin ... y_end - 1 and columns
-// x_begin ... x_end - 1 (an empty range gives 0).
-int32_t block_max(const int32_t *src, size_t stride, uint32_t y_begin, uint32_t y_end,
-                  uint32_t x_begin, uint32_t x_end)
-{
-    int32_t best = 0;
-    for (uint32_t y = y_begin; y < y_end; ++y) {
-        const int32_t *line = src + size_t(y) * stride;
-        for (uint32_t x = x_begin; x < x_end; ++x)
-            best = line[x] > best ? line[x] : best;
-    }
-    return best;
-}
-
-} // namespace
 
 uint32_t image_downscale_nearest_neighbor_int32(const int32_t *src, int32_t *dst,
                                                 uint16_t src_width, uint16_t src_height,
@@ -236,36 +404,18 @@ uint32_t image_downscale_nearest_neighbor_int32(const int32_t *src, int32_t *dst
     // first block at index 0 instead would change the first output row and
     // column of every call.
     if (use_max == 0) {
-        pick(src, dst, dst_width, dst_height, 1,
+        pick_singles(src, dst, dst_width, dst_height,
              [=](uint32_t oy) { return size_t(exact_index(oy + 1, ratio_y, src_height - 1u)) * stride; },
-             [=](uint32_t ox) { return size_t(exact_index(ox + 1, ratio_x, src_width - 1u)); },
-             copy_one<int32_t>);
+             [=](uint32_t ox) { return size_t(exact_index(ox + 1, ratio_x, src_width - 1u)); });
         return 0;
     }
-    // The column of every output of a strip is tabled once (bounded stack
-    // table); so is the previous output's column, which starts the block.
-    uint32_t columns[kStripColumns];
-    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
-        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
-        for (uint32_t k = 0; k < n; ++k)
-            columns[k] = exact_index(x0 + k + 1, ratio_x, src_width - 1u);
-        const uint32_t strip_prev_x = x0 == 0 ? 0 : exact_index(x0, ratio_x, src_width - 1u);
-        uint32_t prev_y = 0;
-        for (uint32_t ky = 1; ky <= dst_height; ++ky) {
-            const uint32_t iy = exact_index(ky, ratio_y, src_height - 1u);
-            int32_t *out = dst + size_t(ky - 1) * dst_width + x0;
-            if (iy <= prev_y) {
-                for (uint32_t k = 0; k < n; ++k)
-                    out[k] = 0;
-                continue;
-            }
-            uint32_t prev_x = strip_prev_x;
-            for (uint32_t k = 0; k < n; ++k) {
-                out[k] = block_max(src, stride, prev_y + 1, iy + 1, prev_x + 1, columns[k] + 1);
-                prev_x = columns[k];
-            }
-            prev_y = iy;
-        }
+#if defined(EJ_CMC_HAVE_X86_64_V3)
+    if (cmc_isa_selected() == cmc_isa::x86_64_v3) {
+        nearest_block_max_x86_64_v3(src, dst, src_width, src_height, dst_width, dst_height,
+                                    ratio_x, ratio_y);
+        return 0;
     }
+#endif
+    block_max_all(src, dst, src_width, src_height, dst_width, dst_height, ratio_x, ratio_y);
     return 0;
 }
