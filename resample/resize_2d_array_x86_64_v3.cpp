@@ -232,11 +232,69 @@ void pick_row(const strip &s, const T *line, size_t readable, T *out, size_t dst
     }
 }
 
+// Halving with whole weights: positions that are multiples of 256 on both
+// axes make every output the one sample at (pos_y >> 8, pos_x >> 8) (see
+// pick_row), and a step of 512 takes every other sample of a row. Such rows
+// are walked whole, row by row, the even samples of 32 bytes packed into
+// the lanes. take_even returns the outputs of 2 * 32 / sizeof(T) samples.
+inline __m256i take_even(const uint16_t *p)
+{
+    const __m256i mask = _mm256_set1_epi32(0xFFFF);
+    const __m256i a = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)), mask);
+    const __m256i b = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + 16)), mask);
+    return _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xD8);
+}
+inline __m256i take_even(const uint8_t *p)
+{
+    const __m256i mask = _mm256_set1_epi16(0xFF);
+    const __m256i a = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)), mask);
+    const __m256i b = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + 32)), mask);
+    return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
+}
+
+template <typename T>
+bool halving_walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start,
+                  uint32_t x_step, uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width,
+                  uint32_t dst_height, size_t dst_step)
+{
+    if (x_step != 512 || (x_start & 255) != 0 || (y_step & 255) != 0 || (y_start & 255) != 0)
+        return false;
+    constexpr uint32_t per_vector = 32 / sizeof(T);
+    uint32_t pos_y = y_start;
+    for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+        const size_t offset = size_t(pos_y >> 8) * src_stride + (x_start >> 8);
+        const T *line = src + offset;
+        const size_t readable = src_elements - offset;
+        T *out = dst + size_t(oy) * dst_width * dst_step;
+        uint32_t ox = 0;
+        // A vector reads 2 * per_vector samples from line + 2 * ox.
+        for (; ox + per_vector <= dst_width && 2 * (size_t(ox) + per_vector) <= readable;
+             ox += per_vector) {
+            const __m256i r = take_even(line + 2 * size_t(ox));
+            if (dst_step == 1) {
+                _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + ox), r);
+                continue;
+            }
+            alignas(32) T lanes[per_vector];
+            _mm256_store_si256(reinterpret_cast<__m256i *>(lanes), r);
+            T *o = out + size_t(ox) * dst_step;
+            for (uint32_t m = 0; m < per_vector; ++m, o += dst_step)
+                *o = lanes[m];
+        }
+        for (; ox < dst_width; ++ox)
+            out[size_t(ox) * dst_step] = line[2 * size_t(ox)];
+    }
+    return true;
+}
+
 template <typename T>
 void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start, uint32_t x_step,
           uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width, uint32_t dst_height,
           size_t dst_step)
 {
+    if (halving_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
+                     dst_width, dst_height, dst_step))
+        return;
     strip s;
     for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
         plan_strip(s, ox0, dst_width - ox0, x_start, x_step);
@@ -450,21 +508,142 @@ void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t
     }
 }
 
-} // namespace
+// Direct walk of the 32-bit members for reductions, row by row: every
+// output from its own four samples, with nothing shared between output rows
+// (a reduction reads new source rows for almost every output row, and a
+// row-major walk keeps the hardware prefetcher on whole rows). The sum is
+// regrouped by sample, exactly:
+//   sum = S00 * (wx0 * wy0) + S01 * (wx1 * wy0) + S10 * (wx0 * wy1) + S11 * (wx1 * wy1)
+// Each weight product is at most 2^24, so every term is one signed (int32)
+// or unsigned (uint32) 32 x 32 -> 64-bit multiplication and the sum, at most
+// 2^55 in magnitude, is the portable loop's integer. The column of each lane
+// comes from its position ox * x_step (the accumulated step, exact in 32
+// bits), by the axis rule in vector form: lower = (max(pos, 1) - 1) >> 12
+// gives 0 for pos = 0, and the upper weight pos - (lower << 12) is then 0.
+struct wide_row_geometry {
+    const uint32_t *row0;
+    const uint32_t *row1;
+    size_t readable; // elements readable from row1 on (row0 has more)
+    uint32_t x_step;
+    uint32_t wy1;
+};
 
-void bilinear_walk_x86_64_v3(const int32_t *src, size_t src_stride, uint32_t x_step,
-                             uint32_t y_step, int32_t *dst, uint32_t dst_width,
-                             uint32_t dst_height)
+// Four outputs at positions pos (32-bit lanes); `Registers` the window over
+// x0[0] ... x0[3] + 1 where it fits (0: always gather).
+template <bool Signed, int Registers>
+inline __m128i wide_direct4(const wide_row_geometry &g, __m128i pos)
 {
-    wide_walk<true>(reinterpret_cast<const uint32_t *>(src), src_stride, x_step, y_step,
-                    reinterpret_cast<uint32_t *>(dst), dst_width, dst_height);
+    const __m128i one = _mm_set1_epi32(1);
+    const __m128i lower = _mm_srli_epi32(_mm_sub_epi32(_mm_max_epu32(pos, one), one), 12);
+    const __m128i w1_32 = _mm_sub_epi32(pos, _mm_slli_epi32(lower, 12));
+    const __m256i wx1 = _mm256_cvtepu32_epi64(w1_32);
+    const __m256i wx0 = _mm256_sub_epi64(_mm256_set1_epi64x(4096), wx1);
+    const __m256i w11 = _mm256_mul_epu32(wx1, _mm256_set1_epi64x(g.wy1));
+    const __m256i w10 = _mm256_sub_epi64(_mm256_set1_epi64x(int64_t(g.wy1) << 12), w11);
+    const __m256i w01 = _mm256_sub_epi64(_mm256_slli_epi64(wx1, 12), w11);
+    const __m256i w00 = _mm256_sub_epi64(_mm256_slli_epi64(wx0, 12), w10);
+    __m256i pair0, pair1;
+    const int32_t base = _mm_cvtsi128_si32(lower);
+    if (Registers != 0 && size_t(base) + 8 * size_t(Registers) <= g.readable) {
+        const __m128i rel = _mm_sub_epi32(lower, _mm_set1_epi32(base));
+        pair0 = window_pairs4<Registers == 0 ? 1 : Registers>(g.row0 + base, rel);
+        pair1 = window_pairs4<Registers == 0 ? 1 : Registers>(g.row1 + base, rel);
+    } else {
+        // One 64-bit read per column: the pair S[x0], S[x0 + 1].
+        pair0 = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(g.row0), lower, 4);
+        pair1 = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(g.row1), lower, 4);
+    }
+    const __m256i sum = _mm256_add_epi64(
+        _mm256_add_epi64(mul32x32<Signed>(pair0, w00),
+                         mul32x32<Signed>(_mm256_srli_epi64(pair0, 32), w01)),
+        _mm256_add_epi64(mul32x32<Signed>(pair1, w10),
+                         mul32x32<Signed>(_mm256_srli_epi64(pair1, 32), w11)));
+    // Bits 24 ... 55 of sum + 2^23: the same after a logical or an arithmetic shift.
+    const __m256i shifted = _mm256_srli_epi64(_mm256_add_epi64(sum, _mm256_set1_epi64x(int64_t(1) << 23)), 24);
+    return _mm256_castsi256_si128(
+        _mm256_permutevar8x32_epi32(shifted, _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6)));
 }
 
-void bilinear_walk_x86_64_v3(const uint32_t *src, size_t src_stride, uint32_t x_step,
-                             uint32_t y_step, uint32_t *dst, uint32_t dst_width,
+template <bool Signed, int Registers>
+void wide_direct_row(const wide_row_geometry &g, uint32_t *out, uint32_t dst_width)
+{
+    const __m128i lanes = _mm_mullo_epi32(_mm_setr_epi32(0, 1, 2, 3), _mm_set1_epi32(int32_t(g.x_step)));
+    uint32_t ox = 0;
+    for (; ox + 4 <= dst_width; ox += 4) {
+        const __m128i pos = _mm_add_epi32(_mm_set1_epi32(int32_t(ox * g.x_step)), lanes);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + ox), wide_direct4<Signed, Registers>(g, pos));
+    }
+    if (ox == dst_width)
+        return;
+    // Lanes past the last column repeat it, so their reads stay inside.
+    alignas(16) uint32_t pos[4], tail[4];
+    for (uint32_t m = 0; m < 4; ++m)
+        pos[m] = min_u32(ox + m, dst_width - 1) * g.x_step;
+    _mm_store_si128(reinterpret_cast<__m128i *>(tail),
+                    wide_direct4<Signed, Registers>(g, _mm_load_si128(reinterpret_cast<const __m128i *>(pos))));
+    for (uint32_t m = 0; ox + m < dst_width; ++m)
+        out[ox + m] = tail[m];
+}
+
+template <bool Signed>
+void wide_direct_walk(const uint32_t *src, size_t src_stride, size_t src_elements,
+                      uint32_t x_step, uint32_t y_step, uint32_t *dst, uint32_t dst_width,
+                      uint32_t dst_height)
+{
+    // Four consecutive columns span at most (3 * x_step >> 12) + 1 source
+    // columns from the first lower index to the last, plus the upper one.
+    const uint64_t span = ((3 * uint64_t(x_step)) >> 12) + 3;
+    const int32_t registers = span > uint64_t(kWindowElements) ? 0 : window_registers(int32_t(span));
+    uint32_t pos_y = 0;
+    for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+        uint32_t y0, wy1;
+        axis_rule12(pos_y, y0, wy1);
+        wide_row_geometry g;
+        g.row0 = src + size_t(y0) * src_stride;
+        g.row1 = g.row0 + src_stride;
+        g.readable = src_elements - (size_t(y0) + 1) * src_stride;
+        g.x_step = x_step;
+        g.wy1 = wy1;
+        uint32_t *out = dst + size_t(oy) * dst_width;
+        switch (registers) {
+        case 0: wide_direct_row<Signed, 0>(g, out, dst_width); break;
+        case 1: wide_direct_row<Signed, 1>(g, out, dst_width); break;
+        case 2: wide_direct_row<Signed, 2>(g, out, dst_width); break;
+        case 3: wide_direct_row<Signed, 3>(g, out, dst_width); break;
+        default: wide_direct_row<Signed, 4>(g, out, dst_width); break;
+        }
+    }
+}
+
+// Enlargements share the horizontal sums of a source row between the output
+// rows that read it; reductions take the direct walk.
+template <bool Signed>
+void wide_dispatch(const uint32_t *src, size_t src_stride, size_t src_elements, uint32_t x_step,
+                   uint32_t y_step, uint32_t *dst, uint32_t dst_width, uint32_t dst_height)
+{
+    if (y_step < (1u << 12))
+        wide_walk<Signed>(src, src_stride, x_step, y_step, dst, dst_width, dst_height);
+    else
+        wide_direct_walk<Signed>(src, src_stride, src_elements, x_step, y_step, dst, dst_width,
+                                 dst_height);
+}
+
+} // namespace
+
+void bilinear_walk_x86_64_v3(const int32_t *src, size_t src_stride, size_t src_elements,
+                             uint32_t x_step, uint32_t y_step, int32_t *dst, uint32_t dst_width,
                              uint32_t dst_height)
 {
-    wide_walk<false>(src, src_stride, x_step, y_step, dst, dst_width, dst_height);
+    wide_dispatch<true>(reinterpret_cast<const uint32_t *>(src), src_stride, src_elements, x_step,
+                        y_step, reinterpret_cast<uint32_t *>(dst), dst_width, dst_height);
+}
+
+void bilinear_walk_x86_64_v3(const uint32_t *src, size_t src_stride, size_t src_elements,
+                             uint32_t x_step, uint32_t y_step, uint32_t *dst, uint32_t dst_width,
+                             uint32_t dst_height)
+{
+    wide_dispatch<false>(src, src_stride, src_elements, x_step, y_step, dst, dst_width,
+                         dst_height);
 }
 
 namespace {
@@ -529,44 +708,101 @@ void float_row_products(float_strip &s, const float *line, uint32_t width, uint3
     }
 }
 
-// One output row from its two source rows, without the row cache.
-// Asks for the two cache lines from p on (a hint: never faults, reads
-// nothing).
-inline void prefetch_two_lines(const float *p)
-{
-    const uintptr_t at = reinterpret_cast<uintptr_t>(p);
-    _mm_prefetch(reinterpret_cast<const char *>(at), _MM_HINT_T0);
-    _mm_prefetch(reinterpret_cast<const char *>(at + 64), _MM_HINT_T0);
-}
+// Reductions: every output from its own four samples, row by row (a
+// reduction reads new source rows for almost every output row, and whole
+// rows keep the hardware prefetcher streaming). The column of each lane is
+// computed in vector form exactly as float_axis_at does: float(j) * scale_x,
+// truncated (below 2^16, so the 16-bit wrap is the identity; it is applied
+// anyway), limited to the last column, the fraction pos - float(i0), the
+// upper neighbour i0 + 1 unless i0 is the last column.
+struct float_row_geometry {
+    const float *row0;
+    const float *row1;
+    size_t readable; // elements readable from row1 on (row0 has more)
+    int32_t width;   // src_width
+    float scale_x;
+    float fy;
+};
 
-// `ahead`: distance in elements from row0 to the first source row of the
-// next output row (0 for the last one), whose samples are prefetched: the
-// strip walks the rows in sections too short for the hardware prefetcher.
-void direct_row(const float_strip &s, const float *row0, const float *row1, uint32_t width,
-                size_t ahead, float fy_scalar, float *out, uint32_t n)
+template <int Registers>
+inline __m256 float_direct8(const float_row_geometry &g, __m256i j)
 {
     const __m256 one = _mm256_set1_ps(1.0f);
-    const __m256 fy = _mm256_set1_ps(fy_scalar);
-    const __m256 gy = _mm256_set1_ps(1.0f - fy_scalar);
-    for (uint32_t k = 0; k < n; k += 8) {
-        if (ahead != 0) {
-            prefetch_two_lines(row0 + s.i0[k] + ahead);
-            prefetch_two_lines(row1 + s.i0[k] + ahead);
-        }
-        __m256 s00, s01, s10, s11;
-        float_pair(s, k, row0, width, s00, s01);
-        float_pair(s, k, row1, width, s10, s11);
-        const __m256 fx = _mm256_load_ps(s.fx + k);
-        const __m256 gx = _mm256_sub_ps(one, fx);
-        const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, s01), gy);
-        const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, s00), gy, inner);
-        const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, s10), fy, low);
-        const __m256 v = _mm256_fmadd_ps(_mm256_mul_ps(fx, s11), fy, mid);
-        if (k + 8 <= n) {
-            _mm256_storeu_ps(out + k, v);
-        } else {
-            const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(n - k)), lane_index());
-            _mm256_maskstore_ps(out + k, mask, v);
+    const __m256i last = _mm256_set1_epi32(g.width - 1);
+    const __m256 pos = _mm256_mul_ps(_mm256_cvtepi32_ps(j), _mm256_set1_ps(g.scale_x));
+    const __m256i i0 = _mm256_min_epu32(
+        _mm256_and_si256(_mm256_cvttps_epi32(pos), _mm256_set1_epi32(0xFFFF)), last);
+    const __m256i i1 = _mm256_sub_epi32(i0, _mm256_cmpgt_epi32(last, i0)); // + 1 below the last
+    const __m256 fx = _mm256_sub_ps(pos, _mm256_cvtepi32_ps(i0));
+    __m256 s00, s01, s10, s11;
+    const int32_t base = _mm256_cvtsi256_si32(i0);
+    if (Registers != 0 && size_t(base) + 8 * size_t(Registers) <= g.readable) {
+        constexpr int R = Registers == 0 ? 1 : Registers;
+        const __m256i b = _mm256_set1_epi32(base);
+        const __m256i rel0 = _mm256_sub_epi32(i0, b), rel1 = _mm256_sub_epi32(i1, b);
+        __m256i a, c;
+        window_pair<R>(g.row0 + base, rel0, rel1, a, c);
+        s00 = _mm256_castsi256_ps(a);
+        s01 = _mm256_castsi256_ps(c);
+        window_pair<R>(g.row1 + base, rel0, rel1, a, c);
+        s10 = _mm256_castsi256_ps(a);
+        s11 = _mm256_castsi256_ps(c);
+    } else {
+        s00 = _mm256_i32gather_ps(g.row0, i0, 4);
+        s01 = _mm256_i32gather_ps(g.row0, i1, 4);
+        s10 = _mm256_i32gather_ps(g.row1, i0, 4);
+        s11 = _mm256_i32gather_ps(g.row1, i1, 4);
+    }
+    const __m256 fy = _mm256_set1_ps(g.fy);
+    const __m256 gy = _mm256_set1_ps(1.0f - g.fy);
+    const __m256 gx = _mm256_sub_ps(one, fx);
+    const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, s01), gy);
+    const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, s00), gy, inner);
+    const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, s10), fy, low);
+    return _mm256_fmadd_ps(_mm256_mul_ps(fx, s11), fy, mid);
+}
+
+template <int Registers>
+void float_direct_row(const float_row_geometry &g, float *out, uint32_t n)
+{
+    uint32_t k = 0;
+    for (; k + 8 <= n; k += 8)
+        _mm256_storeu_ps(out + k, float_direct8<Registers>(g, _mm256_add_epi32(_mm256_set1_epi32(int32_t(k)), lane_index())));
+    if (k == n)
+        return;
+    // Lanes past the last column repeat it, so their reads stay inside.
+    const __m256i j = _mm256_min_epi32(_mm256_add_epi32(_mm256_set1_epi32(int32_t(k)), lane_index()),
+                                       _mm256_set1_epi32(int32_t(n - 1)));
+    const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(n - k)), lane_index());
+    _mm256_maskstore_ps(out + k, mask, float_direct8<Registers>(g, j));
+}
+
+void float_direct_walk(const float *src, uint16_t src_width, int32_t src_height, float *dst,
+                       uint16_t dst_width, int32_t dst_height, float scale_x, float scale_y)
+{
+    // Eight consecutive columns reach from the first lower index to the last
+    // upper one over fewer than 7 * scale_x + 3 source columns (truncation
+    // and the upper neighbour); one more covers the rounding of the
+    // positions and of this bound.
+    const float span = 7.0f * scale_x + 4.0f;
+    const int32_t registers = span >= float(kWindowElements) ? 0 : window_registers(int32_t(span));
+    const size_t total = size_t(src_width) * uint32_t(src_height);
+    for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
+        const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
+        float_row_geometry g;
+        g.row0 = src + size_t(ay.i0) * src_width;
+        g.row1 = src + size_t(ay.i1) * src_width;
+        g.readable = total - size_t(ay.i1) * src_width;
+        g.width = src_width;
+        g.scale_x = scale_x;
+        g.fy = ay.f;
+        float *out = dst + size_t(i) * dst_width;
+        switch (registers) {
+        case 0: float_direct_row<0>(g, out, dst_width); break;
+        case 1: float_direct_row<1>(g, out, dst_width); break;
+        case 2: float_direct_row<2>(g, out, dst_width); break;
+        case 3: float_direct_row<3>(g, out, dst_width); break;
+        default: float_direct_row<4>(g, out, dst_width); break;
         }
     }
 }
@@ -581,6 +817,10 @@ void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_he
                             float *dst, uint16_t dst_width, int32_t dst_height, float scale_x,
                             float scale_y)
 {
+    if (scale_y >= 1.0f) {
+        float_direct_walk(src, src_width, src_height, dst, dst_width, dst_height, scale_x, scale_y);
+        return;
+    }
     float_strip s;
     for (uint32_t j0 = 0; j0 < dst_width; j0 += kStripColumns) {
         const uint32_t n = min_u32(kStripColumns, uint32_t(dst_width) - j0);
@@ -596,18 +836,6 @@ void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_he
         s.row[0] = s.row[1] = -1;
         for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
             const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
-            if (scale_y >= 1.0f) {
-                // A reduction reads new rows for almost every output row:
-                // the products are formed in place, the same ones.
-                const size_t ahead =
-                    i + 1 < uint32_t(dst_height)
-                        ? size_t(float_axis_at(i + 1, scale_y, uint32_t(src_height)).i0 - ay.i0) *
-                              src_width
-                        : 0;
-                direct_row(s, src + size_t(ay.i0) * src_width, src + size_t(ay.i1) * src_width,
-                           src_width, ahead, ay.f, dst + size_t(i) * dst_width + j0, n);
-                continue;
-            }
             // Rows i0 and i1 may be equal (the last row): then both use one slot.
             const uint32_t rows[2] = {ay.i0, ay.i1};
             uint32_t slots[2];
