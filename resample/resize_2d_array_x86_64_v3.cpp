@@ -199,6 +199,59 @@ inline void store8(uint8_t *out, __m256i r)
     _mm_storel_epi64(reinterpret_cast<__m128i *>(out), bytes);
 }
 
+// Eight results for dst[k * step], k = 0 ... 7, each lane extracted
+// straight to its element (the elements between are not touched).
+inline __m128i narrow8(uint16_t *, __m256i r)
+{
+    return _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08));
+}
+inline __m128i narrow8(uint8_t *, __m256i r)
+{
+    const __m128i words = narrow8(static_cast<uint16_t *>(nullptr), r);
+    return _mm_packus_epi16(words, words);
+}
+template <int M>
+inline void put_lane(uint16_t *o, __m128i v)
+{
+    *o = uint16_t(_mm_extract_epi16(v, M));
+}
+template <int M>
+inline void put_lane(uint8_t *o, __m128i v)
+{
+    *o = uint8_t(_mm_extract_epi8(v, M));
+}
+template <typename T>
+inline void store8_strided(T *out, __m256i r, size_t step)
+{
+    const __m128i v = narrow8(out, r);
+    put_lane<0>(out, v);
+    put_lane<1>(out + step, v);
+    put_lane<2>(out + 2 * step, v);
+    put_lane<3>(out + 3 * step, v);
+    put_lane<4>(out + 4 * step, v);
+    put_lane<5>(out + 5 * step, v);
+    put_lane<6>(out + 6 * step, v);
+    put_lane<7>(out + 7 * step, v);
+}
+
+// Results r of outputs k ... k + 7 of a row whose n outputs go to
+// out[0], out[dst_step], ...; only outputs below n are stored.
+template <typename T>
+inline void store_outputs(T *out, uint32_t k, uint32_t n, size_t dst_step, __m256i r)
+{
+    if (k + 8 <= n) {
+        if (dst_step == 1)
+            store8(out + k, r);
+        else
+            store8_strided(out + size_t(k) * dst_step, r, dst_step);
+        return;
+    }
+    alignas(32) T tail[16];
+    store8(tail, r);
+    for (uint32_t m = 0; k + m < n; ++m)
+        out[(k + m) * dst_step] = tail[m];
+}
+
 // With whole weights on both axes an output is one sample: the sum is
 // S * 256 * 256, and (S * 65536 + 32768) >> 16 = S. Eight picks of one row;
 // `readable` as in horizontal_row.
@@ -221,14 +274,7 @@ void pick_row(const strip &s, const T *line, size_t readable, T *out, size_t dst
                 out[m * dst_step] = line[s.pick[m]];
             continue;
         }
-        if (dst_step == 1 && k + 8 <= s.n) {
-            store8(out + k, r);
-            continue;
-        }
-        alignas(32) T tail[16];
-        store8(tail, r);
-        for (uint32_t m = 0; m < 8 && k + m < s.n; ++m)
-            out[(k + m) * dst_step] = tail[m];
+        store_outputs(out, k, s.n, dst_step, r);
     }
 }
 
@@ -287,6 +333,103 @@ bool halving_walk(const T *src, size_t src_stride, size_t src_elements, uint32_t
     return true;
 }
 
+// Direct walk of the 8- and 16-bit members, row by row: every output from
+// its own four samples (the same integer as the portable loop's, all
+// products and sums below 2^32), with nothing shared between output rows.
+// The column of each lane comes from its position x_start + ox * x_step (the
+// accumulated step, exact in 32 bits) by the axis rule in vector form:
+// lower = (max(pos, 1) - 1) >> 8 gives 0 for pos = 0, where the upper weight
+// pos - (lower << 8) is then 0.
+struct small_row_geometry {
+    size_t readable; // elements readable from row1 on (row0 has more)
+    uint32_t x_start;
+    uint32_t x_step;
+    uint32_t wy1;
+};
+
+template <typename T, int Registers>
+inline __m256i small_direct8(const small_row_geometry &g, const T *row0, const T *row1,
+                             __m256i pos)
+{
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i lower = _mm256_srli_epi32(_mm256_sub_epi32(_mm256_max_epu32(pos, one), one), 8);
+    const __m256i wx1 = _mm256_sub_epi32(pos, _mm256_slli_epi32(lower, 8));
+    const __m256i wx0 = _mm256_sub_epi32(_mm256_set1_epi32(256), wx1);
+    const int32_t base = _mm256_cvtsi256_si32(lower);
+    __m256i s00, s01, s10, s11;
+    if (Registers != 0 && size_t(base) + 8 * size_t(Registers) <= g.readable) {
+        constexpr int R = Registers == 0 ? 1 : Registers;
+        const __m256i rel = _mm256_sub_epi32(lower, _mm256_set1_epi32(base));
+        const __m256i rel1 = _mm256_add_epi32(rel, one);
+        window_pair<R>(row0 + base, rel, rel1, s00, s01);
+        window_pair<R>(row1 + base, rel, rel1, s10, s11);
+    } else {
+        alignas(32) int32_t x0[8], v[4][8];
+        _mm256_store_si256(reinterpret_cast<__m256i *>(x0), lower);
+        for (int m = 0; m < 8; ++m) {
+            v[0][m] = row0[x0[m]];
+            v[1][m] = row0[x0[m] + 1];
+            v[2][m] = row1[x0[m]];
+            v[3][m] = row1[x0[m] + 1];
+        }
+        s00 = load8(v[0]);
+        s01 = load8(v[1]);
+        s10 = load8(v[2]);
+        s11 = load8(v[3]);
+    }
+    const __m256i h0 = _mm256_add_epi32(_mm256_mullo_epi32(s00, wx0), _mm256_mullo_epi32(s01, wx1));
+    const __m256i h1 = _mm256_add_epi32(_mm256_mullo_epi32(s10, wx0), _mm256_mullo_epi32(s11, wx1));
+    const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(h1, _mm256_set1_epi32(int32_t(g.wy1))),
+                                         _mm256_mullo_epi32(h0, _mm256_set1_epi32(int32_t(256 - g.wy1))));
+    return _mm256_srli_epi32(_mm256_add_epi32(sum, _mm256_set1_epi32(32768)), 16);
+}
+
+template <typename T, int Registers>
+void small_direct_row(const small_row_geometry &g, const T *row0, const T *row1, T *out,
+                      uint32_t dst_width, size_t dst_step)
+{
+    const __m256i lanes = _mm256_mullo_epi32(lane_index(), _mm256_set1_epi32(int32_t(g.x_step)));
+    for (uint32_t ox = 0; ox < dst_width; ox += 8) {
+        __m256i pos = _mm256_add_epi32(_mm256_set1_epi32(int32_t(g.x_start + ox * g.x_step)), lanes);
+        if (ox + 8 > dst_width) {
+            // Lanes past the last column repeat it, so their reads stay inside.
+            const __m256i last = _mm256_set1_epi32(int32_t(g.x_start + (dst_width - 1) * g.x_step));
+            pos = _mm256_min_epu32(pos, last);
+        }
+        store_outputs(out, ox, dst_width, dst_step, small_direct8<T, Registers>(g, row0, row1, pos));
+    }
+}
+
+template <typename T>
+void small_direct_walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start,
+                       uint32_t x_step, uint32_t y_start, uint32_t y_step, T *dst,
+                       uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    // Eight consecutive columns span at most (7 * x_step >> 8) + 1 source
+    // columns from the first lower index to the last, plus the upper one.
+    const uint64_t span = ((7 * uint64_t(x_step)) >> 8) + 3;
+    const int32_t registers = span > uint64_t(kWindowElements) ? 0 : window_registers(int32_t(span));
+    small_row_geometry g;
+    g.x_start = x_start;
+    g.x_step = x_step;
+    uint32_t pos_y = y_start;
+    for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+        uint32_t y0;
+        axis_rule(pos_y, y0, g.wy1);
+        const T *row0 = src + size_t(y0) * src_stride;
+        const T *row1 = row0 + src_stride;
+        g.readable = src_elements - (size_t(y0) + 1) * src_stride;
+        T *out = dst + size_t(oy) * dst_width * dst_step;
+        switch (registers) {
+        case 0: small_direct_row<T, 0>(g, row0, row1, out, dst_width, dst_step); break;
+        case 1: small_direct_row<T, 1>(g, row0, row1, out, dst_width, dst_step); break;
+        case 2: small_direct_row<T, 2>(g, row0, row1, out, dst_width, dst_step); break;
+        case 3: small_direct_row<T, 3>(g, row0, row1, out, dst_width, dst_step); break;
+        default: small_direct_row<T, 4>(g, row0, row1, out, dst_width, dst_step); break;
+        }
+    }
+}
+
 template <typename T>
 void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start, uint32_t x_step,
           uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width, uint32_t dst_height,
@@ -295,6 +438,16 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
     if (halving_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
                      dst_width, dst_height, dst_step))
         return;
+    // 16-bit samples: whole weights on every column keep the strips (their
+    // rows are picks); otherwise strong enlargements (more than four output
+    // rows per source row) share the horizontal sums of a source row, and
+    // the rest take the direct walk. 8-bit samples keep the strips: there
+    // the shared sums measured faster, the samples being cheap to stream.
+    if (sizeof(T) == 2 && ((x_step | x_start) & 255) != 0 && y_step >= 64) {
+        small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
+                          dst_width, dst_height, dst_step);
+        return;
+    }
     strip s;
     for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
         plan_strip(s, ox0, dst_width - ox0, x_start, x_step);
@@ -328,14 +481,7 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
                 const __m256i h1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[1] + k));
                 const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(h0, w0), _mm256_mullo_epi32(h1, w1));
                 const __m256i r = _mm256_srli_epi32(_mm256_add_epi32(sum, half), 16);
-                if (dst_step == 1 && k + 8 <= s.n) {
-                    store8(out + k, r);
-                    continue;
-                }
-                alignas(32) T tail[16];
-                store8(tail, r);
-                for (uint32_t m = 0; m < 8 && k + m < s.n; ++m)
-                    out[(k + m) * dst_step] = tail[m];
+                store_outputs(out, k, s.n, dst_step, r);
             }
         }
     }
@@ -508,10 +654,10 @@ void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t
     }
 }
 
-// Direct walk of the 32-bit members for reductions, row by row: every
-// output from its own four samples, with nothing shared between output rows
-// (a reduction reads new source rows for almost every output row, and a
-// row-major walk keeps the hardware prefetcher on whole rows). The sum is
+// Direct walk of the 32-bit members, row by row: every output from its own
+// four samples, with nothing shared between output rows (a reduction reads
+// new source rows for almost every output row, and a row-major walk keeps
+// the hardware prefetcher on whole rows). The sum is
 // regrouped by sample, exactly:
 //   sum = S00 * (wx0 * wy0) + S01 * (wx1 * wy0) + S10 * (wx0 * wy1) + S11 * (wx1 * wy1)
 // Each weight product is at most 2^24, so every term is one signed (int32)
@@ -615,13 +761,15 @@ void wide_direct_walk(const uint32_t *src, size_t src_stride, size_t src_element
     }
 }
 
-// Enlargements share the horizontal sums of a source row between the output
-// rows that read it; reductions take the direct walk.
+// Strong enlargements (more than four output rows per source row) share the
+// horizontal sums of a source row between the output rows that read it;
+// the rest take the direct walk, whose whole rows stream faster than the
+// strips of the shared sums once the sharing is small.
 template <bool Signed>
 void wide_dispatch(const uint32_t *src, size_t src_stride, size_t src_elements, uint32_t x_step,
                    uint32_t y_step, uint32_t *dst, uint32_t dst_width, uint32_t dst_height)
 {
-    if (y_step < (1u << 12))
+    if (y_step < (1u << 10))
         wide_walk<Signed>(src, src_stride, x_step, y_step, dst, dst_width, dst_height);
     else
         wide_direct_walk<Signed>(src, src_stride, src_elements, x_step, y_step, dst, dst_width,
@@ -708,9 +856,9 @@ void float_row_products(float_strip &s, const float *line, uint32_t width, uint3
     }
 }
 
-// Reductions: every output from its own four samples, row by row (a
-// reduction reads new source rows for almost every output row, and whole
-// rows keep the hardware prefetcher streaming). The column of each lane is
+// Reductions and mild enlargements: every output from its own four samples,
+// row by row (whole rows keep the hardware prefetcher streaming, where the
+// strips of the shared products walk short sections of many rows). The column of each lane is
 // computed in vector form exactly as float_axis_at does: float(j) * scale_x,
 // truncated (below 2^16, so the 16-bit wrap is the identity; it is applied
 // anyway), limited to the last column, the fraction pos - float(i0), the
@@ -817,7 +965,9 @@ void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_he
                             float *dst, uint16_t dst_width, int32_t dst_height, float scale_x,
                             float scale_y)
 {
-    if (scale_y >= 1.0f) {
+    // As for the 32-bit members: the shared products pay for strong
+    // enlargements only.
+    if (scale_y >= 0.25f) {
         float_direct_walk(src, src_width, src_height, dst, dst_width, dst_height, scale_x, scale_y);
         return;
     }
