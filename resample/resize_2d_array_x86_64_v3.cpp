@@ -29,7 +29,11 @@
 
 namespace {
 
-constexpr uint32_t kStripColumns = 512;
+// Output columns per strip: wide enough that most rows are walked in one or
+// two strips (the memory walk of narrow strips costs more than their
+// computation), narrow enough for each kernel's strip tables to stay within
+// about 28 KiB of stack.
+constexpr uint32_t kStripColumns = 1024;
 
 inline uint32_t min_u32(uint32_t a, uint32_t b)
 {
@@ -514,15 +518,14 @@ namespace {
 // are stored. Four columns per vector: AVX2 multiplies 32 by 32 bits into 64,
 // so a 64-bit H times a weight is formed from its two halves modulo 2^64
 // (exact, the true product fits), and bits 24 ... 55 of the sum, the stored
-// value, are the same after a logical or an arithmetic shift.
+// value, are the same after a logical or an arithmetic shift. Used for
+// strong enlargements, where many output rows share a pair of source rows.
 struct wide_strip {
     alignas(32) int32_t x0[kStripColumns];
-    alignas(32) int64_t wx0[kStripColumns];
-    alignas(32) int64_t wx1[kStripColumns];
+    alignas(32) uint32_t wx1[kStripColumns]; // the lower weight is 4096 minus it
     alignas(32) int64_t h[2][kStripColumns];
     // Window over x0 ... x0 + 1 of each vector of four columns, 0: gather.
     int32_t registers[kStripColumns / 4];
-    int64_t row[2];
     uint32_t n;
     uint32_t vector; // n rounded up to whole vectors of four
 };
@@ -588,9 +591,10 @@ void wide_row(wide_strip &s, const uint32_t *line, size_t readable, int64_t *h)
             // One 64-bit read per column: the pair S[x0], S[x0 + 1].
             pair = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(line), x0, 4);
         }
-        const __m256i sum = _mm256_add_epi64(mul32x32<Signed>(pair, load4x64(s.wx0 + k)),
-                                             mul32x32<Signed>(_mm256_srli_epi64(pair, 32),
-                                                              load4x64(s.wx1 + k)));
+        const __m256i wx1 = _mm256_cvtepu32_epi64(_mm_load_si128(reinterpret_cast<const __m128i *>(s.wx1 + k)));
+        const __m256i wx0 = _mm256_sub_epi64(_mm256_set1_epi64x(4096), wx1);
+        const __m256i sum = _mm256_add_epi64(mul32x32<Signed>(pair, wx0),
+                                             mul32x32<Signed>(_mm256_srli_epi64(pair, 32), wx1));
         _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
     }
 }
@@ -608,37 +612,45 @@ void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t
             axis_rule12((ox0 + min_u32(k, s.n - 1)) * x_step, lower, weight);
             s.x0[k] = int32_t(lower);
             s.wx1[k] = weight;
-            s.wx0[k] = 4096 - weight;
         }
         for (uint32_t v = 0; v < s.vector / 4; ++v) {
             // Columns are non-decreasing: the last lane reads the most.
             const int32_t reach = s.x0[4 * v + 3] + 2 - s.x0[4 * v];
             s.registers[v] = window_registers(reach);
         }
-        s.row[0] = s.row[1] = -1;
+        int64_t pair = -1; // y0 of the sums in s.h
         uint32_t pos_y = 0;
         for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
             uint32_t y0, wy1;
             axis_rule12(pos_y, y0, wy1);
-            const int64_t *h[2];
-            for (uint32_t r = 0; r < 2; ++r) {
-                const uint32_t row = y0 + r;
-                int64_t *slot = s.h[row & 1];
-                if (s.row[row & 1] != row) {
-                    wide_row<Signed>(s, src + size_t(row) * src_stride, src_stride, slot);
-                    s.row[row & 1] = row;
+            if (pair != int64_t(y0)) {
+                // Output rows on one pair of source rows: wy1 grows by
+                // y_step from one to the next, so the sum grows by
+                // (H(y1) - H(y0)) * y_step, exactly (all modulo 2^64, the
+                // true values fit). h[0] holds the sum of this row, h[1]
+                // the increment.
+                wide_row<Signed>(s, src + size_t(y0) * src_stride, src_stride, s.h[0]);
+                wide_row<Signed>(s, src + (size_t(y0) + 1) * src_stride, src_stride, s.h[1]);
+                const __m256i w0 = _mm256_set1_epi64x(4096 - wy1);
+                const __m256i w1 = _mm256_set1_epi64x(wy1);
+                const __m256i step = _mm256_set1_epi64x(y_step);
+                for (uint32_t k = 0; k < s.vector; k += 4) {
+                    const __m256i h0 = load4x64(s.h[0] + k), h1 = load4x64(s.h[1] + k);
+                    const __m256i sum = _mm256_add_epi64(mul64_by_weight(h1, w1), mul64_by_weight(h0, w0));
+                    _mm256_store_si256(reinterpret_cast<__m256i *>(s.h[0] + k), sum);
+                    _mm256_store_si256(reinterpret_cast<__m256i *>(s.h[1] + k),
+                                       mul64_by_weight(_mm256_sub_epi64(h1, h0), step));
                 }
-                h[r] = slot;
+                pair = y0;
             }
-            const __m256i w0 = _mm256_set1_epi64x(4096 - wy1);
-            const __m256i w1 = _mm256_set1_epi64x(wy1);
             const __m256i half = _mm256_set1_epi64x(int64_t(1) << 23);
             // Low 32 bits of each 64-bit lane, in order, into the low 128 bits.
             const __m256i pick = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
             uint32_t *out = dst + size_t(oy) * dst_width + ox0;
             for (uint32_t k = 0; k < s.n; k += 4) {
-                const __m256i sum = _mm256_add_epi64(mul64_by_weight(load4x64(h[1] + k), w1),
-                                                     mul64_by_weight(load4x64(h[0] + k), w0));
+                const __m256i sum = load4x64(s.h[0] + k);
+                _mm256_store_si256(reinterpret_cast<__m256i *>(s.h[0] + k),
+                                   _mm256_add_epi64(sum, load4x64(s.h[1] + k)));
                 const __m256i shifted = _mm256_srli_epi64(_mm256_add_epi64(sum, half), 24);
                 const __m128i low = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(shifted, pick));
                 if (k + 4 <= s.n) {
@@ -674,61 +686,82 @@ struct wide_row_geometry {
     uint32_t wy1;
 };
 
-// Four outputs at positions pos (32-bit lanes); `Registers` the window over
-// x0[0] ... x0[3] + 1 where it fits (0: always gather).
+// Eight outputs at positions pos; `Registers` the window over x0[0] ...
+// x0[7] + 1 where it fits (0: always gather). The weight products and the
+// samples fill 32-bit lanes; the 64-bit products are formed for the even
+// lanes and, after a shift, for the odd ones, and the two halves of the
+// results are blended back in order.
 template <bool Signed, int Registers>
-inline __m128i wide_direct4(const wide_row_geometry &g, __m128i pos)
+inline __m256i wide_direct8(const wide_row_geometry &g, __m256i pos)
 {
-    const __m128i one = _mm_set1_epi32(1);
-    const __m128i lower = _mm_srli_epi32(_mm_sub_epi32(_mm_max_epu32(pos, one), one), 12);
-    const __m128i w1_32 = _mm_sub_epi32(pos, _mm_slli_epi32(lower, 12));
-    const __m256i wx1 = _mm256_cvtepu32_epi64(w1_32);
-    const __m256i wx0 = _mm256_sub_epi64(_mm256_set1_epi64x(4096), wx1);
-    const __m256i w11 = _mm256_mul_epu32(wx1, _mm256_set1_epi64x(g.wy1));
-    const __m256i w10 = _mm256_sub_epi64(_mm256_set1_epi64x(int64_t(g.wy1) << 12), w11);
-    const __m256i w01 = _mm256_sub_epi64(_mm256_slli_epi64(wx1, 12), w11);
-    const __m256i w00 = _mm256_sub_epi64(_mm256_slli_epi64(wx0, 12), w10);
-    __m256i pair0, pair1;
-    const int32_t base = _mm_cvtsi128_si32(lower);
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i lower = _mm256_srli_epi32(_mm256_sub_epi32(_mm256_max_epu32(pos, one), one), 12);
+    const __m256i wx1 = _mm256_sub_epi32(pos, _mm256_slli_epi32(lower, 12));
+    const __m256i wx1_full = _mm256_slli_epi32(wx1, 12); // wx1 * 4096
+    // w11 = wx1 * wy1, w10 = wx0 * wy1, w01 = wx1 * wy0, w00 = wx0 * wy0.
+    const __m256i w11 = _mm256_mullo_epi32(wx1, _mm256_set1_epi32(int32_t(g.wy1)));
+    const __m256i w10 = _mm256_sub_epi32(_mm256_set1_epi32(int32_t(g.wy1 << 12)), w11);
+    const __m256i w01 = _mm256_sub_epi32(wx1_full, w11);
+    const __m256i w00 = _mm256_sub_epi32(_mm256_sub_epi32(_mm256_set1_epi32(1 << 24), wx1_full), w10);
+    __m256i s00, s01, s10, s11;
+    const int32_t base = _mm256_cvtsi256_si32(lower);
     if (Registers != 0 && size_t(base) + 8 * size_t(Registers) <= g.readable) {
-        const __m128i rel = _mm_sub_epi32(lower, _mm_set1_epi32(base));
-        pair0 = window_pairs4<Registers == 0 ? 1 : Registers>(g.row0 + base, rel);
-        pair1 = window_pairs4<Registers == 0 ? 1 : Registers>(g.row1 + base, rel);
+        constexpr int R = Registers == 0 ? 1 : Registers;
+        constexpr int Fewer = R > 1 ? R - 1 : 1;
+        const __m256i rel = _mm256_sub_epi32(lower, _mm256_set1_epi32(base));
+        const __m256i rel1 = _mm256_add_epi32(rel, one);
+        // The bound on the span is for the worst vector; most need a
+        // register less (the last lane's upper sample decides).
+        if (R > 1 && _mm256_extract_epi32(rel1, 7) < 8 * Fewer) {
+            window_pair<Fewer>(g.row0 + base, rel, rel1, s00, s01);
+            window_pair<Fewer>(g.row1 + base, rel, rel1, s10, s11);
+        } else {
+            window_pair<R>(g.row0 + base, rel, rel1, s00, s01);
+            window_pair<R>(g.row1 + base, rel, rel1, s10, s11);
+        }
     } else {
-        // One 64-bit read per column: the pair S[x0], S[x0 + 1].
-        pair0 = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(g.row0), lower, 4);
-        pair1 = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(g.row1), lower, 4);
+        const int *r0 = reinterpret_cast<const int *>(g.row0);
+        const int *r1 = reinterpret_cast<const int *>(g.row1);
+        const __m256i upper = _mm256_add_epi32(lower, one);
+        s00 = _mm256_i32gather_epi32(r0, lower, 4);
+        s01 = _mm256_i32gather_epi32(r0, upper, 4);
+        s10 = _mm256_i32gather_epi32(r1, lower, 4);
+        s11 = _mm256_i32gather_epi32(r1, upper, 4);
     }
-    const __m256i sum = _mm256_add_epi64(
-        _mm256_add_epi64(mul32x32<Signed>(pair0, w00),
-                         mul32x32<Signed>(_mm256_srli_epi64(pair0, 32), w01)),
-        _mm256_add_epi64(mul32x32<Signed>(pair1, w10),
-                         mul32x32<Signed>(_mm256_srli_epi64(pair1, 32), w11)));
-    // Bits 24 ... 55 of sum + 2^23: the same after a logical or an arithmetic shift.
-    const __m256i shifted = _mm256_srli_epi64(_mm256_add_epi64(sum, _mm256_set1_epi64x(int64_t(1) << 23)), 24);
-    return _mm256_castsi256_si128(
-        _mm256_permutevar8x32_epi32(shifted, _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6)));
+    const __m256i even = _mm256_add_epi64(
+        _mm256_add_epi64(mul32x32<Signed>(s00, w00), mul32x32<Signed>(s01, w01)),
+        _mm256_add_epi64(mul32x32<Signed>(s10, w10), mul32x32<Signed>(s11, w11)));
+    const __m256i odd = _mm256_add_epi64(
+        _mm256_add_epi64(mul32x32<Signed>(_mm256_srli_epi64(s00, 32), _mm256_srli_epi64(w00, 32)),
+                         mul32x32<Signed>(_mm256_srli_epi64(s01, 32), _mm256_srli_epi64(w01, 32))),
+        _mm256_add_epi64(mul32x32<Signed>(_mm256_srli_epi64(s10, 32), _mm256_srli_epi64(w10, 32)),
+                         mul32x32<Signed>(_mm256_srli_epi64(s11, 32), _mm256_srli_epi64(w11, 32))));
+    // Bits 24 ... 55 of sum + 2^23 (the same after a logical or an
+    // arithmetic shift): to the low half for the even lanes, the high half
+    // for the odd ones.
+    const __m256i half = _mm256_set1_epi64x(int64_t(1) << 23);
+    const __m256i low = _mm256_srli_epi64(_mm256_add_epi64(even, half), 24);
+    const __m256i high = _mm256_slli_epi64(_mm256_add_epi64(odd, half), 8);
+    return _mm256_blend_epi32(low, high, 0xAA);
 }
 
 template <bool Signed, int Registers>
 void wide_direct_row(const wide_row_geometry &g, uint32_t *out, uint32_t dst_width)
 {
-    const __m128i lanes = _mm_mullo_epi32(_mm_setr_epi32(0, 1, 2, 3), _mm_set1_epi32(int32_t(g.x_step)));
+    const __m256i lanes = _mm256_mullo_epi32(lane_index(), _mm256_set1_epi32(int32_t(g.x_step)));
     uint32_t ox = 0;
-    for (; ox + 4 <= dst_width; ox += 4) {
-        const __m128i pos = _mm_add_epi32(_mm_set1_epi32(int32_t(ox * g.x_step)), lanes);
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + ox), wide_direct4<Signed, Registers>(g, pos));
+    for (; ox + 8 <= dst_width; ox += 8) {
+        const __m256i pos = _mm256_add_epi32(_mm256_set1_epi32(int32_t(ox * g.x_step)), lanes);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + ox), wide_direct8<Signed, Registers>(g, pos));
     }
     if (ox == dst_width)
         return;
     // Lanes past the last column repeat it, so their reads stay inside.
-    alignas(16) uint32_t pos[4], tail[4];
-    for (uint32_t m = 0; m < 4; ++m)
-        pos[m] = min_u32(ox + m, dst_width - 1) * g.x_step;
-    _mm_store_si128(reinterpret_cast<__m128i *>(tail),
-                    wide_direct4<Signed, Registers>(g, _mm_load_si128(reinterpret_cast<const __m128i *>(pos))));
-    for (uint32_t m = 0; ox + m < dst_width; ++m)
-        out[ox + m] = tail[m];
+    const __m256i pos = _mm256_min_epu32(
+        _mm256_add_epi32(_mm256_set1_epi32(int32_t(ox * g.x_step)), lanes),
+        _mm256_set1_epi32(int32_t((dst_width - 1) * g.x_step)));
+    const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(dst_width - ox)), lane_index());
+    _mm256_maskstore_epi32(reinterpret_cast<int *>(out + ox), mask, wide_direct8<Signed, Registers>(g, pos));
 }
 
 template <bool Signed>
@@ -736,9 +769,9 @@ void wide_direct_walk(const uint32_t *src, size_t src_stride, size_t src_element
                       uint32_t x_step, uint32_t y_step, uint32_t *dst, uint32_t dst_width,
                       uint32_t dst_height)
 {
-    // Four consecutive columns span at most (3 * x_step >> 12) + 1 source
+    // Eight consecutive columns span at most (7 * x_step >> 12) + 1 source
     // columns from the first lower index to the last, plus the upper one.
-    const uint64_t span = ((3 * uint64_t(x_step)) >> 12) + 3;
+    const uint64_t span = ((7 * uint64_t(x_step)) >> 12) + 3;
     const int32_t registers = span > uint64_t(kWindowElements) ? 0 : window_registers(int32_t(span));
     uint32_t pos_y = 0;
     for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
@@ -886,15 +919,22 @@ inline __m256 float_direct8(const float_row_geometry &g, __m256i j)
     const int32_t base = _mm256_cvtsi256_si32(i0);
     if (Registers != 0 && size_t(base) + 8 * size_t(Registers) <= g.readable) {
         constexpr int R = Registers == 0 ? 1 : Registers;
+        constexpr int Fewer = R > 1 ? R - 1 : 1;
         const __m256i b = _mm256_set1_epi32(base);
         const __m256i rel0 = _mm256_sub_epi32(i0, b), rel1 = _mm256_sub_epi32(i1, b);
-        __m256i a, c;
-        window_pair<R>(g.row0 + base, rel0, rel1, a, c);
+        __m256i a, c, d, e;
+        // As in wide_direct8: most vectors need a register less than the bound.
+        if (R > 1 && _mm256_extract_epi32(rel1, 7) < 8 * Fewer) {
+            window_pair<Fewer>(g.row0 + base, rel0, rel1, a, c);
+            window_pair<Fewer>(g.row1 + base, rel0, rel1, d, e);
+        } else {
+            window_pair<R>(g.row0 + base, rel0, rel1, a, c);
+            window_pair<R>(g.row1 + base, rel0, rel1, d, e);
+        }
         s00 = _mm256_castsi256_ps(a);
         s01 = _mm256_castsi256_ps(c);
-        window_pair<R>(g.row1 + base, rel0, rel1, a, c);
-        s10 = _mm256_castsi256_ps(a);
-        s11 = _mm256_castsi256_ps(c);
+        s10 = _mm256_castsi256_ps(d);
+        s11 = _mm256_castsi256_ps(e);
     } else {
         s00 = _mm256_i32gather_ps(g.row0, i0, 4);
         s01 = _mm256_i32gather_ps(g.row0, i1, 4);
