@@ -512,33 +512,12 @@ void bilinear_walk_x86_64_v3(const uint16_t *src, size_t src_stride, size_t src_
 
 namespace {
 
-// The 32-bit members (F = 12): the same split by axis in 64-bit integers,
-// H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1 (below 2^44 in magnitude), out =
-// (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^23) >> 24, of which the low 32 bits
-// are stored. Four columns per vector: AVX2 multiplies 32 by 32 bits into 64,
-// so a 64-bit H times a weight is formed from its two halves modulo 2^64
-// (exact, the true product fits), and bits 24 ... 55 of the sum, the stored
-// value, are the same after a logical or an arithmetic shift. Used for
-// strong enlargements, where many output rows share a pair of source rows.
-struct wide_strip {
-    alignas(32) int32_t x0[kStripColumns];
-    alignas(32) uint32_t wx1[kStripColumns]; // the lower weight is 4096 minus it
-    alignas(32) int64_t h[2][kStripColumns];
-    // Window over x0 ... x0 + 1 of each vector of four columns, 0: gather.
-    int32_t registers[kStripColumns / 4];
-    uint32_t n;
-    uint32_t vector; // n rounded up to whole vectors of four
-};
-
+// The 32-bit members (F = 12): sums in 64-bit integers (AVX2 multiplies 32
+// by 32 bits into 64), of which bits 24 ... 55 after adding 2^23 are stored.
 inline void axis_rule12(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
 {
     lower = pos == 0 ? 0 : (pos - 1) >> 12;
     upper_weight = pos - (lower << 12);
-}
-
-inline __m256i load4x64(const int64_t *p)
-{
-    return _mm256_load_si256(reinterpret_cast<const __m256i *>(p));
 }
 
 // Signed (int32 samples) or unsigned (uint32) 32 x 32 -> 64-bit products of
@@ -555,115 +534,6 @@ inline __m256i mul64_by_weight(__m256i h, __m256i w)
     const __m256i low = _mm256_mul_epu32(h, w);
     const __m256i high = _mm256_mul_epu32(_mm256_srli_epi64(h, 32), w);
     return _mm256_add_epi64(low, _mm256_slli_epi64(high, 32));
-}
-
-// The pairs S[x0], S[x0 + 1] of four columns, as the low and high halves of
-// 64-bit lanes, permuted from a window at x0[0].
-template <int Registers>
-inline __m256i window_pairs4(const uint32_t *p, __m128i rel)
-{
-    __m256i reg[Registers];
-    load_window(reg, p);
-    const __m256i lower = _mm256_cvtepu32_epi64(rel);
-    const __m256i idx = _mm256_or_si256(
-        lower, _mm256_slli_epi64(_mm256_add_epi64(lower, _mm256_set1_epi64x(1)), 32));
-    return window_pick(reg, idx);
-}
-
-// `readable`: elements of the row from `line` on.
-template <bool Signed>
-void wide_row(wide_strip &s, const uint32_t *line, size_t readable, int64_t *h)
-{
-    for (uint32_t k = 0; k < s.vector; k += 4) {
-        const __m128i x0 = _mm_load_si128(reinterpret_cast<const __m128i *>(s.x0 + k));
-        const int32_t registers = s.registers[k / 4];
-        __m256i pair;
-        if (window_fits(registers, s.x0[k], readable)) {
-            const uint32_t *p = line + s.x0[k];
-            const __m128i rel = _mm_sub_epi32(x0, _mm_set1_epi32(s.x0[k]));
-            switch (registers) {
-            case 1: pair = window_pairs4<1>(p, rel); break;
-            case 2: pair = window_pairs4<2>(p, rel); break;
-            case 3: pair = window_pairs4<3>(p, rel); break;
-            default: pair = window_pairs4<4>(p, rel); break;
-            }
-        } else {
-            // One 64-bit read per column: the pair S[x0], S[x0 + 1].
-            pair = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(line), x0, 4);
-        }
-        const __m256i wx1 = _mm256_cvtepu32_epi64(_mm_load_si128(reinterpret_cast<const __m128i *>(s.wx1 + k)));
-        const __m256i wx0 = _mm256_sub_epi64(_mm256_set1_epi64x(4096), wx1);
-        const __m256i sum = _mm256_add_epi64(mul32x32<Signed>(pair, wx0),
-                                             mul32x32<Signed>(_mm256_srli_epi64(pair, 32), wx1));
-        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
-    }
-}
-
-template <bool Signed>
-void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t y_step,
-               uint32_t *dst, uint32_t dst_width, uint32_t dst_height)
-{
-    wide_strip s;
-    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
-        s.n = min_u32(kStripColumns, dst_width - ox0);
-        s.vector = (s.n + 3) & ~3u;
-        for (uint32_t k = 0; k < s.vector; ++k) {
-            uint32_t lower, weight;
-            axis_rule12((ox0 + min_u32(k, s.n - 1)) * x_step, lower, weight);
-            s.x0[k] = int32_t(lower);
-            s.wx1[k] = weight;
-        }
-        for (uint32_t v = 0; v < s.vector / 4; ++v) {
-            // Columns are non-decreasing: the last lane reads the most.
-            const int32_t reach = s.x0[4 * v + 3] + 2 - s.x0[4 * v];
-            s.registers[v] = window_registers(reach);
-        }
-        int64_t pair = -1; // y0 of the sums in s.h
-        uint32_t pos_y = 0;
-        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
-            uint32_t y0, wy1;
-            axis_rule12(pos_y, y0, wy1);
-            if (pair != int64_t(y0)) {
-                // Output rows on one pair of source rows: wy1 grows by
-                // y_step from one to the next, so the sum grows by
-                // (H(y1) - H(y0)) * y_step, exactly (all modulo 2^64, the
-                // true values fit). h[0] holds the sum of this row, h[1]
-                // the increment.
-                wide_row<Signed>(s, src + size_t(y0) * src_stride, src_stride, s.h[0]);
-                wide_row<Signed>(s, src + (size_t(y0) + 1) * src_stride, src_stride, s.h[1]);
-                const __m256i w0 = _mm256_set1_epi64x(4096 - wy1);
-                const __m256i w1 = _mm256_set1_epi64x(wy1);
-                const __m256i step = _mm256_set1_epi64x(y_step);
-                for (uint32_t k = 0; k < s.vector; k += 4) {
-                    const __m256i h0 = load4x64(s.h[0] + k), h1 = load4x64(s.h[1] + k);
-                    const __m256i sum = _mm256_add_epi64(mul64_by_weight(h1, w1), mul64_by_weight(h0, w0));
-                    _mm256_store_si256(reinterpret_cast<__m256i *>(s.h[0] + k), sum);
-                    _mm256_store_si256(reinterpret_cast<__m256i *>(s.h[1] + k),
-                                       mul64_by_weight(_mm256_sub_epi64(h1, h0), step));
-                }
-                pair = y0;
-            }
-            const __m256i half = _mm256_set1_epi64x(int64_t(1) << 23);
-            // Low 32 bits of each 64-bit lane, in order, into the low 128 bits.
-            const __m256i pick = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
-            uint32_t *out = dst + size_t(oy) * dst_width + ox0;
-            for (uint32_t k = 0; k < s.n; k += 4) {
-                const __m256i sum = load4x64(s.h[0] + k);
-                _mm256_store_si256(reinterpret_cast<__m256i *>(s.h[0] + k),
-                                   _mm256_add_epi64(sum, load4x64(s.h[1] + k)));
-                const __m256i shifted = _mm256_srli_epi64(_mm256_add_epi64(sum, half), 24);
-                const __m128i low = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(shifted, pick));
-                if (k + 4 <= s.n) {
-                    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), low);
-                } else {
-                    alignas(16) uint32_t tail[4];
-                    _mm_store_si128(reinterpret_cast<__m128i *>(tail), low);
-                    for (uint32_t m = 0; k + m < s.n; ++m)
-                        out[k + m] = tail[m];
-                }
-            }
-        }
-    }
 }
 
 // Direct walk of the 32-bit members, row by row: every output from its own
@@ -686,24 +556,14 @@ struct wide_row_geometry {
     uint32_t wy1;
 };
 
-// Eight outputs at positions pos; `Registers` the window over x0[0] ...
-// x0[7] + 1 where it fits (0: always gather). The weight products and the
-// samples fill 32-bit lanes; the 64-bit products are formed for the even
-// lanes and, after a shift, for the odd ones, and the two halves of the
-// results are blended back in order.
-template <bool Signed, int Registers>
-inline __m256i wide_direct8(const wide_row_geometry &g, __m256i pos)
+// Samples S[y0][x0], S[y0][x0 + 1], S[y1][x0], S[y1][x0 + 1] of eight lanes
+// from their lower indices; `Registers` the window over x0[0] ... x0[7] + 1
+// where it fits (0: always gather).
+template <int Registers>
+inline void wide_samples8(const wide_row_geometry &g, __m256i lower, __m256i &s00, __m256i &s01,
+                          __m256i &s10, __m256i &s11)
 {
     const __m256i one = _mm256_set1_epi32(1);
-    const __m256i lower = _mm256_srli_epi32(_mm256_sub_epi32(_mm256_max_epu32(pos, one), one), 12);
-    const __m256i wx1 = _mm256_sub_epi32(pos, _mm256_slli_epi32(lower, 12));
-    const __m256i wx1_full = _mm256_slli_epi32(wx1, 12); // wx1 * 4096
-    // w11 = wx1 * wy1, w10 = wx0 * wy1, w01 = wx1 * wy0, w00 = wx0 * wy0.
-    const __m256i w11 = _mm256_mullo_epi32(wx1, _mm256_set1_epi32(int32_t(g.wy1)));
-    const __m256i w10 = _mm256_sub_epi32(_mm256_set1_epi32(int32_t(g.wy1 << 12)), w11);
-    const __m256i w01 = _mm256_sub_epi32(wx1_full, w11);
-    const __m256i w00 = _mm256_sub_epi32(_mm256_sub_epi32(_mm256_set1_epi32(1 << 24), wx1_full), w10);
-    __m256i s00, s01, s10, s11;
     const int32_t base = _mm256_cvtsi256_si32(lower);
     if (Registers != 0 && size_t(base) + 8 * size_t(Registers) <= g.readable) {
         constexpr int R = Registers == 0 ? 1 : Registers;
@@ -728,6 +588,27 @@ inline __m256i wide_direct8(const wide_row_geometry &g, __m256i pos)
         s10 = _mm256_i32gather_epi32(r1, lower, 4);
         s11 = _mm256_i32gather_epi32(r1, upper, 4);
     }
+}
+
+// Eight outputs at positions pos; `Registers` the window over x0[0] ...
+// x0[7] + 1 where it fits (0: always gather). The weight products and the
+// samples fill 32-bit lanes; the 64-bit products are formed for the even
+// lanes and, after a shift, for the odd ones, and the two halves of the
+// results are blended back in order.
+template <bool Signed, int Registers>
+inline __m256i wide_direct8(const wide_row_geometry &g, __m256i pos)
+{
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i lower = _mm256_srli_epi32(_mm256_sub_epi32(_mm256_max_epu32(pos, one), one), 12);
+    const __m256i wx1 = _mm256_sub_epi32(pos, _mm256_slli_epi32(lower, 12));
+    const __m256i wx1_full = _mm256_slli_epi32(wx1, 12); // wx1 * 4096
+    // w11 = wx1 * wy1, w10 = wx0 * wy1, w01 = wx1 * wy0, w00 = wx0 * wy0.
+    const __m256i w11 = _mm256_mullo_epi32(wx1, _mm256_set1_epi32(int32_t(g.wy1)));
+    const __m256i w10 = _mm256_sub_epi32(_mm256_set1_epi32(int32_t(g.wy1 << 12)), w11);
+    const __m256i w01 = _mm256_sub_epi32(wx1_full, w11);
+    const __m256i w00 = _mm256_sub_epi32(_mm256_sub_epi32(_mm256_set1_epi32(1 << 24), wx1_full), w10);
+    __m256i s00, s01, s10, s11;
+    wide_samples8<Registers>(g, lower, s00, s01, s10, s11);
     const __m256i even = _mm256_add_epi64(
         _mm256_add_epi64(mul32x32<Signed>(s00, w00), mul32x32<Signed>(s01, w01)),
         _mm256_add_epi64(mul32x32<Signed>(s10, w10), mul32x32<Signed>(s11, w11)));
@@ -764,15 +645,21 @@ void wide_direct_row(const wide_row_geometry &g, uint32_t *out, uint32_t dst_wid
     _mm256_maskstore_epi32(reinterpret_cast<int *>(out + ox), mask, wide_direct8<Signed, Registers>(g, pos));
 }
 
+// Registers of the window of eight consecutive columns (0: gather): they
+// span at most (7 * x_step >> 12) + 1 source columns from the first lower
+// index to the last, plus the upper one.
+inline int32_t wide_window_registers(uint32_t x_step)
+{
+    const uint64_t span = ((7 * uint64_t(x_step)) >> 12) + 3;
+    return span > uint64_t(kWindowElements) ? 0 : window_registers(int32_t(span));
+}
+
 template <bool Signed>
 void wide_direct_walk(const uint32_t *src, size_t src_stride, size_t src_elements,
                       uint32_t x_step, uint32_t y_step, uint32_t *dst, uint32_t dst_width,
                       uint32_t dst_height)
 {
-    // Eight consecutive columns span at most (7 * x_step >> 12) + 1 source
-    // columns from the first lower index to the last, plus the upper one.
-    const uint64_t span = ((7 * uint64_t(x_step)) >> 12) + 3;
-    const int32_t registers = span > uint64_t(kWindowElements) ? 0 : window_registers(int32_t(span));
+    const int32_t registers = wide_window_registers(x_step);
     uint32_t pos_y = 0;
     for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
         uint32_t y0, wy1;
@@ -794,6 +681,101 @@ void wide_direct_walk(const uint32_t *src, size_t src_stride, size_t src_element
     }
 }
 
+// Strong enlargements (more than four output rows per pair of source rows):
+// band by band of output rows on one pair of source rows, and within a band
+// vector by vector of eight columns. In a band wy1 grows by y_step from one
+// row to the next, so the sum grows by (H(y1) - H(y0)) * y_step with H(y) =
+// S[y][x0] * wx0 + S[y][x1] * wx1, exactly (modulo 2^64; the true values
+// fit): the sums of eight columns stay in registers while the band's rows
+// are written. A 64-bit H times a weight is formed from its two halves
+// modulo 2^64 (mul64_by_weight).
+template <bool Signed, int Registers>
+void wide_band(const wide_row_geometry &g, uint32_t y_step, uint32_t rows, uint32_t *out,
+               uint32_t dst_width)
+{
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i lanes = _mm256_mullo_epi32(lane_index(), _mm256_set1_epi32(int32_t(g.x_step)));
+    const __m256i half = _mm256_set1_epi64x(int64_t(1) << 23);
+    const __m256i wy0 = _mm256_set1_epi64x(4096 - g.wy1), wy1 = _mm256_set1_epi64x(g.wy1);
+    const __m256i step = _mm256_set1_epi64x(y_step);
+    for (uint32_t ox = 0; ox < dst_width; ox += 8) {
+        __m256i pos = _mm256_add_epi32(_mm256_set1_epi32(int32_t(ox * g.x_step)), lanes);
+        const bool tail = ox + 8 > dst_width;
+        if (tail) {
+            // Lanes past the last column repeat it, so their reads stay inside.
+            pos = _mm256_min_epu32(pos, _mm256_set1_epi32(int32_t((dst_width - 1) * g.x_step)));
+        }
+        const __m256i lower = _mm256_srli_epi32(_mm256_sub_epi32(_mm256_max_epu32(pos, one), one), 12);
+        const __m256i wx1 = _mm256_sub_epi32(pos, _mm256_slli_epi32(lower, 12));
+        const __m256i wx0 = _mm256_sub_epi32(_mm256_set1_epi32(4096), wx1);
+        __m256i s00, s01, s10, s11;
+        wide_samples8<Registers>(g, lower, s00, s01, s10, s11);
+        // Even lanes, then the odd ones moved down.
+        const __m256i h0e = _mm256_add_epi64(mul32x32<Signed>(s00, wx0), mul32x32<Signed>(s01, wx1));
+        const __m256i h1e = _mm256_add_epi64(mul32x32<Signed>(s10, wx0), mul32x32<Signed>(s11, wx1));
+        const __m256i wx0o = _mm256_srli_epi64(wx0, 32), wx1o = _mm256_srli_epi64(wx1, 32);
+        const __m256i h0o = _mm256_add_epi64(mul32x32<Signed>(_mm256_srli_epi64(s00, 32), wx0o),
+                                             mul32x32<Signed>(_mm256_srli_epi64(s01, 32), wx1o));
+        const __m256i h1o = _mm256_add_epi64(mul32x32<Signed>(_mm256_srli_epi64(s10, 32), wx0o),
+                                             mul32x32<Signed>(_mm256_srli_epi64(s11, 32), wx1o));
+        __m256i sum_e = _mm256_add_epi64(mul64_by_weight(h0e, wy0), mul64_by_weight(h1e, wy1));
+        __m256i sum_o = _mm256_add_epi64(mul64_by_weight(h0o, wy0), mul64_by_weight(h1o, wy1));
+        const __m256i d_e = mul64_by_weight(_mm256_sub_epi64(h1e, h0e), step);
+        const __m256i d_o = mul64_by_weight(_mm256_sub_epi64(h1o, h0o), step);
+        const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(dst_width - ox)), lane_index());
+        uint32_t *o = out + ox;
+        for (uint32_t r = 0; r < rows; ++r, o += dst_width) {
+            // Bits 24 ... 55 of sum + 2^23: to the low half of the even
+            // lanes, the high half of the odd ones.
+            const __m256i v = _mm256_blend_epi32(_mm256_srli_epi64(_mm256_add_epi64(sum_e, half), 24),
+                                                 _mm256_slli_epi64(_mm256_add_epi64(sum_o, half), 8), 0xAA);
+            if (!tail)
+                _mm256_storeu_si256(reinterpret_cast<__m256i *>(o), v);
+            else
+                _mm256_maskstore_epi32(reinterpret_cast<int *>(o), mask, v);
+            sum_e = _mm256_add_epi64(sum_e, d_e);
+            sum_o = _mm256_add_epi64(sum_o, d_o);
+        }
+    }
+}
+
+template <bool Signed>
+void wide_band_walk(const uint32_t *src, size_t src_stride, size_t src_elements, uint32_t x_step,
+                    uint32_t y_step, uint32_t *dst, uint32_t dst_width, uint32_t dst_height)
+{
+    const int32_t registers = wide_window_registers(x_step);
+    uint32_t pos_y = 0;
+    for (uint32_t oy = 0; oy < dst_height;) {
+        uint32_t y0, wy1;
+        axis_rule12(pos_y, y0, wy1);
+        // The band: the following rows on the same pair.
+        uint32_t rows = 1;
+        uint32_t next = pos_y + y_step;
+        for (; oy + rows < dst_height; ++rows, next += y_step) {
+            uint32_t lower, weight;
+            axis_rule12(next, lower, weight);
+            if (lower != y0)
+                break;
+        }
+        wide_row_geometry g;
+        g.row0 = src + size_t(y0) * src_stride;
+        g.row1 = g.row0 + src_stride;
+        g.readable = src_elements - (size_t(y0) + 1) * src_stride;
+        g.x_step = x_step;
+        g.wy1 = wy1;
+        uint32_t *out = dst + size_t(oy) * dst_width;
+        switch (registers) {
+        case 0: wide_band<Signed, 0>(g, y_step, rows, out, dst_width); break;
+        case 1: wide_band<Signed, 1>(g, y_step, rows, out, dst_width); break;
+        case 2: wide_band<Signed, 2>(g, y_step, rows, out, dst_width); break;
+        case 3: wide_band<Signed, 3>(g, y_step, rows, out, dst_width); break;
+        default: wide_band<Signed, 4>(g, y_step, rows, out, dst_width); break;
+        }
+        oy += rows;
+        pos_y = next;
+    }
+}
+
 // Strong enlargements (more than four output rows per source row) share the
 // horizontal sums of a source row between the output rows that read it;
 // the rest take the direct walk, whose whole rows stream faster than the
@@ -803,7 +785,8 @@ void wide_dispatch(const uint32_t *src, size_t src_stride, size_t src_elements, 
                    uint32_t y_step, uint32_t *dst, uint32_t dst_width, uint32_t dst_height)
 {
     if (y_step < (1u << 10))
-        wide_walk<Signed>(src, src_stride, x_step, y_step, dst, dst_width, dst_height);
+        wide_band_walk<Signed>(src, src_stride, src_elements, x_step, y_step, dst, dst_width,
+                               dst_height);
     else
         wide_direct_walk<Signed>(src, src_stride, src_elements, x_step, y_step, dst, dst_width,
                                  dst_height);
