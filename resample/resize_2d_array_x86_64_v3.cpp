@@ -40,6 +40,13 @@ inline uint32_t min_u32(uint32_t a, uint32_t b)
     return a < b ? a : b;
 }
 
+// Asks for the cache line `bytes` bytes after p (a hint: never faults, reads
+// nothing; the address is formed as an integer, so it may lie anywhere).
+inline void prefetch_at(const void *p, size_t bytes)
+{
+    _mm_prefetch(reinterpret_cast<const char *>(reinterpret_cast<uintptr_t>(p) + bytes), _MM_HINT_T0);
+}
+
 inline __m256i lane_index()
 {
     return _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
@@ -552,9 +559,29 @@ struct wide_row_geometry {
     const uint32_t *row0;
     const uint32_t *row1;
     size_t readable; // elements readable from row1 on (row0 has more)
+    size_t ahead;    // from row0 to the next output row's row0 (0: none)
     uint32_t x_step;
     uint32_t wy1;
 };
+
+// Halving columns (relative lower indices 0, 2, ..., 14, upper ones one
+// more): the even and odd elements of the sixteen at p, in lane order.
+inline void even_odd16(const void *p, __m256i &even, __m256i &odd)
+{
+    const __m256 a = _mm256_loadu_ps(static_cast<const float *>(p));
+    const __m256 b = _mm256_loadu_ps(static_cast<const float *>(p) + 8);
+    even = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(a, b, 0x88)), 0xD8);
+    odd = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(a, b, 0xDD)), 0xD8);
+}
+
+inline bool halving_lanes(__m256i rel0, __m256i rel1)
+{
+    const __m256i twice = _mm256_add_epi32(lane_index(), lane_index());
+    const __m256i same = _mm256_and_si256(
+        _mm256_cmpeq_epi32(rel0, twice),
+        _mm256_cmpeq_epi32(rel1, _mm256_add_epi32(twice, _mm256_set1_epi32(1))));
+    return _mm256_movemask_epi8(same) == -1;
+}
 
 // Samples S[y0][x0], S[y0][x0 + 1], S[y1][x0], S[y1][x0 + 1] of eight lanes
 // from their lower indices; `Registers` the window over x0[0] ... x0[7] + 1
@@ -572,7 +599,10 @@ inline void wide_samples8(const wide_row_geometry &g, __m256i lower, __m256i &s0
         const __m256i rel1 = _mm256_add_epi32(rel, one);
         // The bound on the span is for the worst vector; most need a
         // register less (the last lane's upper sample decides).
-        if (R > 1 && _mm256_extract_epi32(rel1, 7) < 8 * Fewer) {
+        if (R > 1 && halving_lanes(rel, rel1)) {
+            even_odd16(g.row0 + base, s00, s01);
+            even_odd16(g.row1 + base, s10, s11);
+        } else if (R > 1 && _mm256_extract_epi32(rel1, 7) < 8 * Fewer) {
             window_pair<Fewer>(g.row0 + base, rel, rel1, s00, s01);
             window_pair<Fewer>(g.row1 + base, rel, rel1, s10, s11);
         } else {
@@ -632,6 +662,13 @@ void wide_direct_row(const wide_row_geometry &g, uint32_t *out, uint32_t dst_wid
     const __m256i lanes = _mm256_mullo_epi32(lane_index(), _mm256_set1_epi32(int32_t(g.x_step)));
     uint32_t ox = 0;
     for (; ox + 8 <= dst_width; ox += 8) {
+        if (g.ahead != 0) {
+            // The next output row's samples of these columns (a hint: never
+            // faults, reads nothing).
+            const size_t at = 4 * (g.ahead + ((size_t(ox) * g.x_step) >> 12));
+            prefetch_at(g.row0, at);
+            prefetch_at(g.row1, at);
+        }
         const __m256i pos = _mm256_add_epi32(_mm256_set1_epi32(int32_t(ox * g.x_step)), lanes);
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + ox), wide_direct8<Signed, Registers>(g, pos));
     }
@@ -670,6 +707,12 @@ void wide_direct_walk(const uint32_t *src, size_t src_stride, size_t src_element
         g.readable = src_elements - (size_t(y0) + 1) * src_stride;
         g.x_step = x_step;
         g.wy1 = wy1;
+        g.ahead = 0;
+        if (oy + 1 < dst_height) {
+            uint32_t next, unused;
+            axis_rule12(pos_y + y_step, next, unused);
+            g.ahead = size_t(next - y0) * src_stride;
+        }
         uint32_t *out = dst + size_t(oy) * dst_width;
         switch (registers) {
         case 0: wide_direct_row<Signed, 0>(g, out, dst_width); break;
@@ -681,8 +724,8 @@ void wide_direct_walk(const uint32_t *src, size_t src_stride, size_t src_element
     }
 }
 
-// Strong enlargements (more than four output rows per pair of source rows):
-// band by band of output rows on one pair of source rows, and within a band
+// Enlargements (more than one output row per pair of source rows): band by
+// band of output rows on one pair of source rows, and within a band
 // vector by vector of eight columns. In a band wy1 grows by y_step from one
 // row to the next, so the sum grows by (H(y1) - H(y0)) * y_step with H(y) =
 // S[y][x0] * wx0 + S[y][x1] * wx1, exactly (modulo 2^64; the true values
@@ -763,6 +806,7 @@ void wide_band_walk(const uint32_t *src, size_t src_stride, size_t src_elements,
         g.readable = src_elements - (size_t(y0) + 1) * src_stride;
         g.x_step = x_step;
         g.wy1 = wy1;
+        g.ahead = 0;
         uint32_t *out = dst + size_t(oy) * dst_width;
         switch (registers) {
         case 0: wide_band<Signed, 0>(g, y_step, rows, out, dst_width); break;
@@ -776,15 +820,13 @@ void wide_band_walk(const uint32_t *src, size_t src_stride, size_t src_elements,
     }
 }
 
-// Strong enlargements (more than four output rows per source row) share the
-// horizontal sums of a source row between the output rows that read it;
-// the rest take the direct walk, whose whole rows stream faster than the
-// strips of the shared sums once the sharing is small.
+// Enlargements walk band by band, keeping their sums in registers;
+// reductions take the direct walk.
 template <bool Signed>
 void wide_dispatch(const uint32_t *src, size_t src_stride, size_t src_elements, uint32_t x_step,
                    uint32_t y_step, uint32_t *dst, uint32_t dst_width, uint32_t dst_height)
 {
-    if (y_step < (1u << 10))
+    if (y_step < (1u << 12))
         wide_band_walk<Signed>(src, src_stride, src_elements, x_step, y_step, dst, dst_width,
                                dst_height);
     else
@@ -883,6 +925,7 @@ struct float_row_geometry {
     const float *row0;
     const float *row1;
     size_t readable; // elements readable from row1 on (row0 has more)
+    size_t ahead;    // from row0 to the next output row's row0 (0: none)
     int32_t width;   // src_width
     float scale_x;
     float fy;
@@ -906,8 +949,12 @@ inline __m256 float_direct8(const float_row_geometry &g, __m256i j)
         const __m256i b = _mm256_set1_epi32(base);
         const __m256i rel0 = _mm256_sub_epi32(i0, b), rel1 = _mm256_sub_epi32(i1, b);
         __m256i a, c, d, e;
-        // As in wide_direct8: most vectors need a register less than the bound.
-        if (R > 1 && _mm256_extract_epi32(rel1, 7) < 8 * Fewer) {
+        // As in wide_samples8: halvings, and most vectors need a register
+        // less than the bound.
+        if (R > 1 && halving_lanes(rel0, rel1)) {
+            even_odd16(g.row0 + base, a, c);
+            even_odd16(g.row1 + base, d, e);
+        } else if (R > 1 && _mm256_extract_epi32(rel1, 7) < 8 * Fewer) {
             window_pair<Fewer>(g.row0 + base, rel0, rel1, a, c);
             window_pair<Fewer>(g.row1 + base, rel0, rel1, d, e);
         } else {
@@ -937,8 +984,16 @@ template <int Registers>
 void float_direct_row(const float_row_geometry &g, float *out, uint32_t n)
 {
     uint32_t k = 0;
-    for (; k + 8 <= n; k += 8)
+    for (; k + 8 <= n; k += 8) {
+        if (g.ahead != 0) {
+            // The next output row's samples of these columns (a hint: never
+            // faults, reads nothing); the column is only estimated.
+            const size_t at = 4 * (g.ahead + size_t(float(k) * g.scale_x));
+            prefetch_at(g.row0, at);
+            prefetch_at(g.row1, at);
+        }
         _mm256_storeu_ps(out + k, float_direct8<Registers>(g, _mm256_add_epi32(_mm256_set1_epi32(int32_t(k)), lane_index())));
+    }
     if (k == n)
         return;
     // Lanes past the last column repeat it, so their reads stay inside.
@@ -964,6 +1019,12 @@ void float_direct_walk(const float *src, uint16_t src_width, int32_t src_height,
         g.row0 = src + size_t(ay.i0) * src_width;
         g.row1 = src + size_t(ay.i1) * src_width;
         g.readable = total - size_t(ay.i1) * src_width;
+        g.ahead = 0;
+        if (i + 1 < uint32_t(dst_height)) {
+            const uint32_t next = float_axis_at(i + 1, scale_y, uint32_t(src_height)).i0;
+            if (next > ay.i0)
+                g.ahead = size_t(next - ay.i0) * src_width;
+        }
         g.width = src_width;
         g.scale_x = scale_x;
         g.fy = ay.f;
