@@ -29,10 +29,10 @@
 
 namespace {
 
-// Output columns per strip: wide enough that most rows are walked in one or
-// two strips (the memory walk of narrow strips costs more than their
-// computation), narrow enough for each kernel's strip tables to stay within
-// about 28 KiB of stack.
+// Output columns per strip of the 8- and 16-bit walk: wide enough that most
+// rows are walked in a few strips (the memory walk of narrow strips costs
+// more than their computation), narrow enough for the strip tables to stay
+// within about 25 KiB of stack.
 constexpr uint32_t kStripColumns = 1024;
 
 inline uint32_t min_u32(uint32_t a, uint32_t b)
@@ -870,53 +870,8 @@ inline float_axis float_axis_at(uint32_t i, float scale, uint32_t extent)
     return {i0, i0 < extent - 1 ? i0 + 1 : i0, pos - float(i0)};
 }
 
-struct float_strip {
-    alignas(32) int32_t i0[kStripColumns];
-    alignas(32) int32_t i1[kStripColumns];
-    alignas(32) float fx[kStripColumns];
-    // Per source row `row[s]` (slot s = row & 1): a = (1 - fx) * S[row][i0]
-    // and b = fx * S[row][i1] at every column, the products that do not
-    // involve the vertical fraction.
-    alignas(32) float a[2][kStripColumns];
-    alignas(32) float b[2][kStripColumns];
-    int32_t registers[kStripColumns / 8]; // window over i0 ... i1 of each vector, 0: gather
-    int64_t row[2];
-};
-
-// S[i0] and S[i1] of eight columns of one row of `width` floats.
-__attribute__((always_inline)) inline void float_pair(const float_strip &s, uint32_t k, const float *line, uint32_t width,
-                       __m256 &lower, __m256 &upper)
-{
-    const int32_t registers = s.registers[k / 8];
-    if (window_fits(registers, s.i0[k], width)) {
-        const __m256i base = _mm256_set1_epi32(s.i0[k]);
-        __m256i a, b;
-        window_pair(registers, line + s.i0[k], _mm256_sub_epi32(load8(s.i0 + k), base),
-                    _mm256_sub_epi32(load8(s.i1 + k), base), a, b);
-        lower = _mm256_castsi256_ps(a);
-        upper = _mm256_castsi256_ps(b);
-        return;
-    }
-    lower = _mm256_i32gather_ps(line, load8(s.i0 + k), 4);
-    upper = _mm256_i32gather_ps(line, load8(s.i1 + k), 4);
-}
-
-void float_row_products(float_strip &s, const float *line, uint32_t width, uint32_t vector,
-                        uint32_t slot)
-{
-    const __m256 one = _mm256_set1_ps(1.0f);
-    for (uint32_t k = 0; k < vector; k += 8) {
-        const __m256 fx = _mm256_load_ps(s.fx + k);
-        __m256 lower, upper;
-        float_pair(s, k, line, width, lower, upper);
-        _mm256_store_ps(s.a[slot] + k, _mm256_mul_ps(_mm256_sub_ps(one, fx), lower));
-        _mm256_store_ps(s.b[slot] + k, _mm256_mul_ps(fx, upper));
-    }
-}
-
-// Reductions and mild enlargements: every output from its own four samples,
-// row by row (whole rows keep the hardware prefetcher streaming, where the
-// strips of the shared products walk short sections of many rows). The column of each lane is
+// Float member. Reductions: every output from its own four samples, row by
+// row (whole rows keep the hardware prefetcher streaming). The column of each lane is
 // computed in vector form exactly as float_axis_at does: float(j) * scale_x,
 // truncated (below 2^16, so the 16-bit wrap is the identity; it is applied
 // anyway), limited to the last column, the fraction pos - float(i0), the
@@ -931,8 +886,14 @@ struct float_row_geometry {
     float fy;
 };
 
+// The products of eight columns j that do not involve the vertical
+// fraction: gx * S00, fx * S01, gx * S10, fx * S11.
+struct float_products {
+    __m256 p00, p01, p10, p11;
+};
+
 template <int Registers>
-inline __m256 float_direct8(const float_row_geometry &g, __m256i j)
+inline void float_products8(const float_row_geometry &g, __m256i j, float_products &p)
 {
     const __m256 one = _mm256_set1_ps(1.0f);
     const __m256i last = _mm256_set1_epi32(g.width - 1);
@@ -971,13 +932,107 @@ inline __m256 float_direct8(const float_row_geometry &g, __m256i j)
         s10 = _mm256_i32gather_ps(g.row1, i0, 4);
         s11 = _mm256_i32gather_ps(g.row1, i1, 4);
     }
-    const __m256 fy = _mm256_set1_ps(g.fy);
-    const __m256 gy = _mm256_set1_ps(1.0f - g.fy);
     const __m256 gx = _mm256_sub_ps(one, fx);
-    const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, s01), gy);
-    const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, s00), gy, inner);
-    const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, s10), fy, low);
-    return _mm256_fmadd_ps(_mm256_mul_ps(fx, s11), fy, mid);
+    p.p00 = _mm256_mul_ps(gx, s00);
+    p.p01 = _mm256_mul_ps(fx, s01);
+    p.p10 = _mm256_mul_ps(gx, s10);
+    p.p11 = _mm256_mul_ps(fx, s11);
+}
+
+// v = fma(fx * S11, fy, fma(gx * S10, fy, fma(gx * S00, gy, (fx * S01) * gy))).
+inline __m256 float_combine(const float_products &p, float fy_scalar)
+{
+    const __m256 fy = _mm256_set1_ps(fy_scalar);
+    const __m256 gy = _mm256_set1_ps(1.0f - fy_scalar);
+    const __m256 inner = _mm256_mul_ps(p.p01, gy);
+    const __m256 low = _mm256_fmadd_ps(p.p00, gy, inner);
+    const __m256 mid = _mm256_fmadd_ps(p.p10, fy, low);
+    return _mm256_fmadd_ps(p.p11, fy, mid);
+}
+
+template <int Registers>
+inline __m256 float_direct8(const float_row_geometry &g, __m256i j)
+{
+    float_products p;
+    float_products8<Registers>(g, j, p);
+    return float_combine(p, g.fy);
+}
+
+// Registers of the window of eight consecutive columns (0: gather): they
+// reach from the first lower index to the last upper one over fewer than
+// 7 * scale_x + 3 source columns (truncation and the upper neighbour); one
+// more covers the rounding of the positions and of this bound.
+inline int32_t float_window_registers(float scale_x)
+{
+    const float span = 7.0f * scale_x + 4.0f;
+    return span >= float(kWindowElements) ? 0 : window_registers(int32_t(span));
+}
+
+// Enlargements band by band: the output rows on one pair of source rows
+// (at most kBandRows of them, fractions fy[r]), vector by vector of eight
+// columns; the products of a column, which do not involve fy, serve every
+// row of the band.
+constexpr uint32_t kBandRows = 64;
+
+template <int Registers>
+void float_band(const float_row_geometry &g, const float *fy, uint32_t rows, float *out,
+                uint32_t n)
+{
+    for (uint32_t k = 0; k < n; k += 8) {
+        __m256i j = _mm256_add_epi32(_mm256_set1_epi32(int32_t(k)), lane_index());
+        const bool tail = k + 8 > n;
+        if (tail) {
+            // Lanes past the last column repeat it, so their reads stay inside.
+            j = _mm256_min_epi32(j, _mm256_set1_epi32(int32_t(n - 1)));
+        }
+        const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(n - k)), lane_index());
+        float_products p;
+        float_products8<Registers>(g, j, p);
+        float *o = out + k;
+        for (uint32_t r = 0; r < rows; ++r, o += n) {
+            const __m256 v = float_combine(p, fy[r]);
+            if (!tail)
+                _mm256_storeu_ps(o, v);
+            else
+                _mm256_maskstore_ps(o, mask, v);
+        }
+    }
+}
+
+void float_band_walk(const float *src, uint16_t src_width, int32_t src_height, float *dst,
+                     uint16_t dst_width, int32_t dst_height, float scale_x, float scale_y)
+{
+    const int32_t registers = float_window_registers(scale_x);
+    const size_t total = size_t(src_width) * uint32_t(src_height);
+    float fy[kBandRows];
+    for (uint32_t i = 0; i < uint32_t(dst_height);) {
+        const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
+        fy[0] = ay.f;
+        uint32_t rows = 1;
+        for (; rows < kBandRows && i + rows < uint32_t(dst_height); ++rows) {
+            const float_axis next = float_axis_at(i + rows, scale_y, uint32_t(src_height));
+            if (next.i0 != ay.i0)
+                break;
+            fy[rows] = next.f;
+        }
+        float_row_geometry g;
+        g.row0 = src + size_t(ay.i0) * src_width;
+        g.row1 = src + size_t(ay.i1) * src_width;
+        g.readable = total - size_t(ay.i1) * src_width;
+        g.ahead = 0;
+        g.width = src_width;
+        g.scale_x = scale_x;
+        g.fy = ay.f;
+        float *out = dst + size_t(i) * dst_width;
+        switch (registers) {
+        case 0: float_band<0>(g, fy, rows, out, dst_width); break;
+        case 1: float_band<1>(g, fy, rows, out, dst_width); break;
+        case 2: float_band<2>(g, fy, rows, out, dst_width); break;
+        case 3: float_band<3>(g, fy, rows, out, dst_width); break;
+        default: float_band<4>(g, fy, rows, out, dst_width); break;
+        }
+        i += rows;
+    }
 }
 
 template <int Registers>
@@ -1006,12 +1061,7 @@ void float_direct_row(const float_row_geometry &g, float *out, uint32_t n)
 void float_direct_walk(const float *src, uint16_t src_width, int32_t src_height, float *dst,
                        uint16_t dst_width, int32_t dst_height, float scale_x, float scale_y)
 {
-    // Eight consecutive columns reach from the first lower index to the last
-    // upper one over fewer than 7 * scale_x + 3 source columns (truncation
-    // and the upper neighbour); one more covers the rounding of the
-    // positions and of this bound.
-    const float span = 7.0f * scale_x + 4.0f;
-    const int32_t registers = span >= float(kWindowElements) ? 0 : window_registers(int32_t(span));
+    const int32_t registers = float_window_registers(scale_x);
     const size_t total = size_t(src_width) * uint32_t(src_height);
     for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
         const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
@@ -1041,64 +1091,15 @@ void float_direct_walk(const float *src, uint16_t src_width, int32_t src_height,
 
 } // namespace
 
-// v = fma(fx * S11, fy, fma(gx * S10, fy, fma(gx * S00, gy, (fx * S01) * gy)))
-// with gx = 1 - fx, gy = 1 - fy, for eight columns at a time. The products
-// gx * S and fx * S of a source row are shared by every output row that
-// reads it.
+// Enlargements band by band (the products of a column shared by the rows
+// of a band), the rest row by row.
 void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_height,
                             float *dst, uint16_t dst_width, int32_t dst_height, float scale_x,
                             float scale_y)
 {
-    // As for the 32-bit members: the shared products pay for strong
-    // enlargements only.
-    if (scale_y >= 0.25f) {
-        float_direct_walk(src, src_width, src_height, dst, dst_width, dst_height, scale_x, scale_y);
-        return;
-    }
-    float_strip s;
-    for (uint32_t j0 = 0; j0 < dst_width; j0 += kStripColumns) {
-        const uint32_t n = min_u32(kStripColumns, uint32_t(dst_width) - j0);
-        const uint32_t vector = (n + 7) & ~7u;
-        for (uint32_t k = 0; k < vector; ++k) {
-            const float_axis ax = float_axis_at(j0 + min_u32(k, n - 1), scale_x, src_width);
-            s.i0[k] = int32_t(ax.i0);
-            s.i1[k] = int32_t(ax.i1);
-            s.fx[k] = ax.f;
-        }
-        for (uint32_t v = 0; v < vector / 8; ++v)
-            s.registers[v] = window_registers(s.i0 + 8 * v, s.i1 + 8 * v, s.i0[8 * v]);
-        s.row[0] = s.row[1] = -1;
-        for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
-            const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
-            // Rows i0 and i1 may be equal (the last row): then both use one slot.
-            const uint32_t rows[2] = {ay.i0, ay.i1};
-            uint32_t slots[2];
-            for (int r = 0; r < 2; ++r) {
-                const uint32_t slot = rows[r] & 1;
-                if (s.row[slot] != rows[r]) {
-                    float_row_products(s, src + size_t(rows[r]) * src_width, src_width, vector, slot);
-                    s.row[slot] = rows[r];
-                }
-                slots[r] = slot;
-            }
-            const __m256 fy = _mm256_set1_ps(ay.f);
-            const __m256 gy = _mm256_set1_ps(1.0f - ay.f);
-            const float *a0 = s.a[slots[0]], *b0 = s.b[slots[0]];
-            const float *a1 = s.a[slots[1]], *b1 = s.b[slots[1]];
-            float *out = dst + size_t(i) * dst_width + j0;
-            for (uint32_t k = 0; k < n; k += 8) {
-                const __m256 inner = _mm256_mul_ps(_mm256_load_ps(b0 + k), gy);
-                const __m256 low = _mm256_fmadd_ps(_mm256_load_ps(a0 + k), gy, inner);
-                const __m256 mid = _mm256_fmadd_ps(_mm256_load_ps(a1 + k), fy, low);
-                const __m256 v = _mm256_fmadd_ps(_mm256_load_ps(b1 + k), fy, mid);
-                if (k + 8 <= n) {
-                    _mm256_storeu_ps(out + k, v);
-                } else {
-                    const __m256i mask = _mm256_cmpgt_epi32(
-                        _mm256_set1_epi32(int32_t(n - k)), lane_index());
-                    _mm256_maskstore_ps(out + k, mask, v);
-                }
-            }
-        }
-    }
+    if (scale_y < 1.0f)
+        float_band_walk(src, src_width, src_height, dst, dst_width, dst_height, scale_x, scale_y);
+    else
+        float_direct_walk(src, src_width, src_height, dst, dst_width, dst_height, scale_x,
+                          scale_y);
 }

@@ -131,16 +131,17 @@ void compare_all_members(const std::vector<Extents> &list)
 }
 
 
-// Reductions walked row by row: every output from its own four samples.
-// Ratios from 1 to 15 put the columns of a vector in one to four registers
-// or beyond (gathered); odd widths leave tails; the windows near the end of
-// the last rows fall back to gathers.
+// Reductions walked row by row, enlargements band by band (rows on one pair
+// of source rows, long bands split). Ratios from 1 to 15 put the columns of
+// a vector in one to four registers or beyond (gathered); odd widths leave
+// tails; the windows near the end of the last rows fall back to gathers.
 std::vector<Extents> reduction_extents()
 {
     return {{200, 9, 97, 4},  {400, 9, 97, 4},   {700, 9, 101, 3}, {900, 7, 99, 3},
             {1500, 5, 97, 3}, {50, 9, 30, 9},    {33, 17, 9, 5},   {3, 3, 2, 2},
             {4096, 3, 1025, 2}, {97, 31, 96, 30}, {260, 6, 37, 5}, {3840, 6, 1920, 3},
-            {1280, 4, 640, 3}, {50, 9, 97, 14}, {64, 6, 300, 40}};
+            {1280, 4, 640, 3}, {50, 9, 97, 14}, {64, 6, 300, 40}, {5, 2, 40, 300},
+            {7, 3, 61, 200},  {64, 48, 1921, 1080}};
 }
 
 // Halvings with whole weights (x step 512, y step a multiple of 256): the
