@@ -1,24 +1,30 @@
 // x86-64-v3 loops of the bilinear 2-D array resize.
 //
 // Integer members: the weighted sum of the four neighbours is an exact
-// integer (it fits the member's sum type), so it may be formed in any order.
-// These loops form the portable loops' value split by axis:
-//   H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1   (once per source row and column)
-//   out     = (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^15) >> 16
-// which is the same integer, rounded and stored as the portable loop does.
-// H of a source row serves every output row that reads that row.
+// integer (it fits the member's sum type), so it may be formed in any order
+// and in modular arithmetic wide enough for it; each loop below says how it
+// forms it. The result is rounded and stored as the portable loop does.
 //
 // Float member: every output is computed with exactly the portable
 // operations (same products, same fused steps, same order), eight outputs of
-// a row per vector.
+// a row per vector; only products that do not involve the vertical fraction
+// are shared between rows.
 //
-// Output columns are handled in strips whose per-column tables (lower index,
-// weights) and horizontal sums fit in bounded stack buffers: the kernels
-// allocate nothing. Where the samples of eight columns lie within a few
-// registers of a row (enlargements, mild reductions), they are loaded whole
-// and permuted into the lanes; elsewhere they are gathered. Both hand every
-// lane the same sample. No inline function with external linkage is called from
-// here (see bicubic_math.h for why).
+// The walks, chosen by the shape of the resize:
+// - halving with whole weights (8/16-bit): rows of picks, packed;
+// - direct, row by row (reductions; 16-bit mild enlargements): every output
+//   from its own four samples, the columns computed in vector form;
+// - bands (32-bit and float enlargements): the output rows on one pair of
+//   source rows, column vector by column vector, with per-column values kept
+//   in registers for the band's rows;
+// - strips (8-bit enlargements, 16-bit strong ones, whole-weight picks):
+//   per-column tables and per-source-row horizontal sums in bounded stack
+//   buffers, shared by the output rows that read that source row.
+// None allocates. Where the samples of eight columns lie within a few
+// registers of a row they are loaded whole and permuted into the lanes;
+// elsewhere they are gathered (or read one by one near the end of the
+// source). Both hand every lane the same sample. No inline function with
+// external linkage is called from here (see bicubic_math.h for why).
 #include <immintrin.h>
 
 #include <cstddef>
@@ -65,6 +71,11 @@ inline void axis_rule(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
     upper_weight = pos - (lower << 8);
 }
 
+// The strip walk of the 8- and 16-bit members forms the sum split by axis,
+//   H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1   (once per source row and column)
+//   out     = (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^15) >> 16
+// in 32-bit lanes (every value fits); H of a source row serves every output
+// row that reads that row.
 struct strip {
     alignas(32) int32_t x0[kStripColumns]; // lower source index of each column
     alignas(32) int32_t wx0[kStripColumns];
