@@ -170,4 +170,23 @@ TEST_F(IsaVariantsBilinear, Halvings)
     compare_all_members(halving_extents());
 }
 
+// The widest 32-bit sources: positions reach 2^32 - 4096, so lanes past the
+// last column of a vector would wrap; they must neither read outside nor
+// disturb the stored lanes.
+TEST_F(IsaVariantsBilinear, WidestThirtyTwoBitRows)
+{
+    constexpr int32_t sw = int32_t(1) << 20;
+    const auto s = random_plane<int32_t>(size_t(sw) * 2, 77);
+    const auto u = random_plane<uint32_t>(size_t(sw) * 2, 78);
+    for (int32_t dw : {2, 3, 9, 13}) {
+        const std::string what = "width " + std::to_string(dw);
+        expect_same_bits<int32_t>(size_t(dw) * 2, [&](int32_t *dst) {
+            return resize_2d_array_int32(s.data(), sw, 2, dst, dw, 2);
+        }, "int32 " + what);
+        expect_same_bits<uint32_t>(size_t(dw) * 3, [&](uint32_t *dst) {
+            return resize_2d_array_uint32(u.data(), sw, 2, dst, dw, 3);
+        }, "uint32 " + what);
+    }
+}
+
 } // namespace
