@@ -69,7 +69,7 @@ struct strip {
 void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step)
 {
     s.n = min_u32(kStripColumns, columns_left);
-    s.vector = (s.n + 7) & ~7u;
+    s.vector = (s.n + 15) & ~15u;
     for (uint32_t k = 0; k < s.vector; ++k) {
         // Lanes past the last column repeat it, so their reads stay inside.
         uint32_t lower, weight;
@@ -124,6 +124,20 @@ inline size_t wide_read_bytes(const uint8_t *)
     return 4; // four samples: up to x0 + 3
 }
 
+// Stores H of columns k ... k + 7: 16-bit samples as 32-bit values; 8-bit
+// samples, whose H is at most 255 * 256, as H - 32768 in 16 bits (the
+// element k of the row's slot seen as 16-bit lanes), for vertical_u8.
+inline void put_h8(const uint16_t *, uint32_t *h, uint32_t k, __m256i sum)
+{
+    _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
+}
+inline void put_h8(const uint8_t *, uint32_t *h, uint32_t k, __m256i sum)
+{
+    const __m256i biased = _mm256_sub_epi32(sum, _mm256_set1_epi32(32768));
+    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(biased, biased), 0x08);
+    _mm_store_si128(reinterpret_cast<__m128i *>(h) + k / 8, _mm256_castsi256_si128(packed));
+}
+
 // H of one source row at every column of the strip. `readable` is the number
 // of source elements from `row` to the end of the source.
 template <typename T>
@@ -141,14 +155,16 @@ void horizontal_row(const strip &s, const T *row, size_t readable, uint32_t *h)
             // The last column of the vector reads the most.
             pairs8(row, load8(s.x0 + k), lo, hi);
         } else {
-            for (uint32_t m = k; m < k + 8; ++m)
-                h[m] = uint32_t(row[s.x0[m]]) * uint32_t(s.wx0[m]) +
-                       uint32_t(row[s.x0[m] + 1]) * uint32_t(s.wx1[m]);
+            alignas(32) int32_t v[8];
+            for (uint32_t m = 0; m < 8; ++m)
+                v[m] = int32_t(uint32_t(row[s.x0[k + m]]) * uint32_t(s.wx0[k + m]) +
+                               uint32_t(row[s.x0[k + m] + 1]) * uint32_t(s.wx1[k + m]));
+            put_h8(row, h, k, load8(v));
             continue;
         }
         const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(lo, load8(s.wx0 + k)),
                                              _mm256_mullo_epi32(hi, load8(s.wx1 + k)));
-        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
+        put_h8(row, h, k, sum);
     }
 }
 
@@ -200,6 +216,15 @@ inline void store8_strided(T *out, __m256i r, size_t step)
     put_lane<7>(out + 7 * step, v);
 }
 
+// Sixteen 8-bit results v for out[m * step], m = 0 ... 15.
+template <int M>
+inline void put_lanes16(uint8_t *out, __m128i v, size_t step)
+{
+    put_lane<M>(out + M * step, v);
+    if constexpr (M < 15)
+        put_lanes16<M + 1>(out, v, step);
+}
+
 // Results r of outputs k ... k + 7 of a row whose n outputs go to
 // out[0], out[dst_step], ...; only outputs below n are stored.
 template <typename T>
@@ -216,6 +241,43 @@ inline void store_outputs(T *out, uint32_t k, uint32_t n, size_t dst_step, __m25
     store8(tail, r);
     for (uint32_t m = 0; k + m < n; ++m)
         out[(k + m) * dst_step] = tail[m];
+}
+
+// The vertical step of the strip walk for 8-bit samples, sixteen columns
+// per vector: with H' = H - 32768 (16-bit, see put_h8) one multiply-add of
+// the pairs (H'(y0), H'(y1)) by (wy0, wy1) gives X' = X - 32768 * 256 where
+// X = H(y0) * wy0 + H(y1) * wy1 (all terms below 2^24 in magnitude), so
+// out = (X' + 2^23 + 2^15) >> 16, the same integer.
+inline void vertical_u8(const strip &s, const uint32_t *h0, const uint32_t *h1, uint32_t wy1,
+                        uint8_t *out, size_t dst_step)
+{
+    const __m256i w = _mm256_set1_epi32(int32_t((wy1 << 16) | (256 - wy1)));
+    const __m256i bias = _mm256_set1_epi32((1 << 23) + 32768);
+    const __m256i *a = reinterpret_cast<const __m256i *>(h0);
+    const __m256i *b = reinterpret_cast<const __m256i *>(h1);
+    for (uint32_t k = 0; k < s.n; k += 16) {
+        // Sixteen 16-bit H' of columns k ... k + 15 per row.
+        const __m256i p0 = _mm256_load_si256(a + k / 16);
+        const __m256i p1 = _mm256_load_si256(b + k / 16);
+        // Per 128-bit half: columns 0-3 (low) and 4-7 (high) of that half.
+        const __m256i low = _mm256_madd_epi16(_mm256_unpacklo_epi16(p0, p1), w);
+        const __m256i high = _mm256_madd_epi16(_mm256_unpackhi_epi16(p0, p1), w);
+        const __m256i words = _mm256_packus_epi32(_mm256_srli_epi32(_mm256_add_epi32(low, bias), 16),
+                                                  _mm256_srli_epi32(_mm256_add_epi32(high, bias), 16));
+        const __m128i v = _mm256_castsi256_si128(
+            _mm256_permute4x64_epi64(_mm256_packus_epi16(words, words), 0x08));
+        if (k + 16 <= s.n) {
+            if (dst_step == 1)
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), v);
+            else
+                put_lanes16<0>(out + size_t(k) * dst_step, v, dst_step);
+            continue;
+        }
+        alignas(16) uint8_t tail[16];
+        _mm_store_si128(reinterpret_cast<__m128i *>(tail), v);
+        for (uint32_t m = 0; k + m < s.n; ++m)
+            out[(k + m) * dst_step] = tail[m];
+    }
 }
 
 // With whole weights on both axes an output is one sample: the sum is
@@ -438,10 +500,14 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
                 }
                 h[r] = slot;
             }
+            T *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
+            if constexpr (sizeof(T) == 1) {
+                vertical_u8(s, h[0], h[1], wy1, out, dst_step);
+                continue;
+            }
             const __m256i w0 = _mm256_set1_epi32(int32_t(256 - wy1));
             const __m256i w1 = _mm256_set1_epi32(int32_t(wy1));
             const __m256i half = _mm256_set1_epi32(32768);
-            T *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
             for (uint32_t k = 0; k < s.n; k += 8) {
                 const __m256i h0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[0] + k));
                 const __m256i h1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[1] + k));
