@@ -216,13 +216,14 @@ inline void store8_strided(T *out, __m256i r, size_t step)
     put_lane<7>(out + 7 * step, v);
 }
 
-// Sixteen 8-bit results v for out[m * step], m = 0 ... 15.
-template <int M>
-inline void put_lanes16(uint8_t *out, __m128i v, size_t step)
+// Lanes M ... N - 1 of v (sixteen 8-bit or eight 16-bit results) for
+// out[m * step].
+template <int M, int N, typename T>
+inline void put_lanes(T *out, __m128i v, size_t step)
 {
     put_lane<M>(out + M * step, v);
-    if constexpr (M < 15)
-        put_lanes16<M + 1>(out, v, step);
+    if constexpr (M + 1 < N)
+        put_lanes<M + 1, N>(out, v, step);
 }
 
 // Results r of outputs k ... k + 7 of a row whose n outputs go to
@@ -270,7 +271,7 @@ inline void vertical_u8(const strip &s, const uint32_t *h0, const uint32_t *h1, 
             if (dst_step == 1)
                 _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), v);
             else
-                put_lanes16<0>(out + size_t(k) * dst_step, v, dst_step);
+                put_lanes<0, 16>(out + size_t(k) * dst_step, v, dst_step);
             continue;
         }
         alignas(16) uint8_t tail[16];
@@ -349,11 +350,10 @@ bool halving_walk(const T *src, size_t src_stride, size_t src_elements, uint32_t
                 _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + ox), r);
                 continue;
             }
-            alignas(32) T lanes[per_vector];
-            _mm256_store_si256(reinterpret_cast<__m256i *>(lanes), r);
+            constexpr int half = int(per_vector / 2);
             T *o = out + size_t(ox) * dst_step;
-            for (uint32_t m = 0; m < per_vector; ++m, o += dst_step)
-                *o = lanes[m];
+            put_lanes<0, half>(o, _mm256_castsi256_si128(r), dst_step);
+            put_lanes<0, half>(o + half * dst_step, _mm256_extracti128_si256(r, 1), dst_step);
         }
         for (; ox < dst_width; ++ox)
             out[size_t(ox) * dst_step] = line[2 * size_t(ox)];
