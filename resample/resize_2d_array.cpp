@@ -80,7 +80,7 @@ struct axis_walk {
     uint32_t step;
 };
 
-// The x86-64-v3 walk exists for the 8- and 16-bit members.
+// Members without an x86-64-v3 walk (none on builds without the variant).
 template <typename T>
 inline bool vector_walk(const T *, size_t, size_t, axis_walk, axis_walk, T *, uint32_t, uint32_t,
                         size_t)
