@@ -14,6 +14,10 @@
 
 #include "window_x86_64_v3.h"
 
+// The per-vector helpers of the hot loops: always inlined, so that their
+// vectors stay in registers (a call passes them through memory).
+#define EJ_BILINEAR_INLINE __attribute__((always_inline)) inline
+
 namespace {
 
 inline uint32_t min_u32(uint32_t a, uint32_t b)
@@ -40,7 +44,7 @@ inline __m256i load8(const int32_t *p)
 
 // Elements rel_a and rel_b of the window at p, lane by lane.
 template <int Registers, typename T>
-inline void window_pair(const T *p, __m256i rel_a, __m256i rel_b, __m256i &a, __m256i &b)
+EJ_BILINEAR_INLINE void window_pair(const T *p, __m256i rel_a, __m256i rel_b, __m256i &a, __m256i &b)
 {
     __m256i reg[Registers];
     load_window(reg, p);
@@ -69,7 +73,7 @@ inline bool window_fits(int32_t registers, int32_t base, size_t readable)
 
 // Halving columns (relative lower indices 0, 2, ..., 14, upper ones one
 // more): the even and odd elements of the sixteen at p, in lane order.
-inline void even_odd16(const void *p, __m256i &even, __m256i &odd)
+EJ_BILINEAR_INLINE void even_odd16(const void *p, __m256i &even, __m256i &odd)
 {
     const __m256 a = _mm256_loadu_ps(static_cast<const float *>(p));
     const __m256 b = _mm256_loadu_ps(static_cast<const float *>(p) + 8);
@@ -77,7 +81,7 @@ inline void even_odd16(const void *p, __m256i &even, __m256i &odd)
     odd = _mm256_permute4x64_epi64(_mm256_castps_si256(_mm256_shuffle_ps(a, b, 0xDD)), 0xD8);
 }
 
-inline bool halving_lanes(__m256i rel0, __m256i rel1)
+EJ_BILINEAR_INLINE bool halving_lanes(__m256i rel0, __m256i rel1)
 {
     const __m256i twice = _mm256_add_epi32(lane_index(), lane_index());
     const __m256i same = _mm256_and_si256(

@@ -56,7 +56,7 @@ struct float_products {
 };
 
 template <int Registers>
-inline void float_products8(const float_row_geometry &g, __m256i j, float_products &p)
+EJ_BILINEAR_INLINE void float_products8(const float_row_geometry &g, __m256i j, float_products &p)
 {
     const __m256 one = _mm256_set1_ps(1.0f);
     const __m256i last = _mm256_set1_epi32(g.width - 1);
@@ -104,7 +104,7 @@ inline void float_products8(const float_row_geometry &g, __m256i j, float_produc
 }
 
 // v = fma(fx * S11, fy, fma(gx * S10, fy, fma(gx * S00, gy, (fx * S01) * gy))).
-inline __m256 float_combine(const float_products &p, float fy_scalar)
+EJ_BILINEAR_INLINE __m256 float_combine(const float_products &p, float fy_scalar)
 {
     const __m256 fy = _mm256_set1_ps(fy_scalar);
     const __m256 gy = _mm256_set1_ps(1.0f - fy_scalar);
@@ -115,7 +115,7 @@ inline __m256 float_combine(const float_products &p, float fy_scalar)
 }
 
 template <int Registers>
-inline __m256 float_direct8(const float_row_geometry &g, __m256i j)
+EJ_BILINEAR_INLINE __m256 float_direct8(const float_row_geometry &g, __m256i j)
 {
     float_products p;
     float_products8<Registers>(g, j, p);

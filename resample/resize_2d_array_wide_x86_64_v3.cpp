@@ -28,13 +28,13 @@ inline void axis_rule12(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
 // Signed (int32 samples) or unsigned (uint32) 32 x 32 -> 64-bit products of
 // the low halves of each 64-bit lane.
 template <bool Signed>
-inline __m256i mul32x32(__m256i a, __m256i b)
+EJ_BILINEAR_INLINE __m256i mul32x32(__m256i a, __m256i b)
 {
     return Signed ? _mm256_mul_epi32(a, b) : _mm256_mul_epu32(a, b);
 }
 
 // A 64-bit value times a weight below 2^13, modulo 2^64.
-inline __m256i mul64_by_weight(__m256i h, __m256i w)
+EJ_BILINEAR_INLINE __m256i mul64_by_weight(__m256i h, __m256i w)
 {
     const __m256i low = _mm256_mul_epu32(h, w);
     const __m256i high = _mm256_mul_epu32(_mm256_srli_epi64(h, 32), w);
@@ -67,7 +67,7 @@ struct wide_row_geometry {
 // from their lower indices; `Registers` the window over x0[0] ... x0[7] + 1
 // where it fits (0: always gather).
 template <int Registers>
-inline void wide_samples8(const wide_row_geometry &g, __m256i lower, __m256i &s00, __m256i &s01,
+EJ_BILINEAR_INLINE void wide_samples8(const wide_row_geometry &g, __m256i lower, __m256i &s00, __m256i &s01,
                           __m256i &s10, __m256i &s11)
 {
     const __m256i one = _mm256_set1_epi32(1);
@@ -106,7 +106,7 @@ inline void wide_samples8(const wide_row_geometry &g, __m256i lower, __m256i &s0
 // lanes and, after a shift, for the odd ones, and the two halves of the
 // results are blended back in order.
 template <bool Signed, int Registers>
-inline __m256i wide_direct8(const wide_row_geometry &g, __m256i pos)
+EJ_BILINEAR_INLINE __m256i wide_direct8(const wide_row_geometry &g, __m256i pos)
 {
     const __m256i one = _mm256_set1_epi32(1);
     const __m256i lower = _mm256_srli_epi32(_mm256_sub_epi32(_mm256_max_epu32(pos, one), one), 12);

@@ -376,7 +376,7 @@ struct small_row_geometry {
 };
 
 template <typename T, int Registers>
-inline __m256i small_direct8(const small_row_geometry &g, const T *row0, const T *row1,
+EJ_BILINEAR_INLINE __m256i small_direct8(const small_row_geometry &g, const T *row0, const T *row1,
                              __m256i pos)
 {
     const __m256i one = _mm256_set1_epi32(1);
