@@ -207,7 +207,7 @@ void float_direct_row(const float_row_geometry &g, float *out, uint32_t n)
         if (g.ahead != 0) {
             // The next output row's samples of these columns (a hint: never
             // faults, reads nothing); the column is only estimated.
-            const size_t at = 4 * (g.ahead + size_t(float(k) * g.scale_x));
+            const size_t at = 4 * (g.ahead + uint32_t(int32_t(float(k) * g.scale_x)));
             prefetch_at(g.row0, at);
             prefetch_at(g.row1, at);
         }
