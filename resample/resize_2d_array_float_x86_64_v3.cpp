@@ -33,8 +33,8 @@ inline float_axis float_axis_at(uint32_t i, float scale, uint32_t extent)
     return {i0, i0 < extent - 1 ? i0 + 1 : i0, pos - float(i0)};
 }
 
-// Float member. Reductions: every output from its own four samples, row by
-// row (whole rows keep the hardware prefetcher streaming). The column of each lane is
+// Reductions: every output from its own four samples, row by row (whole
+// rows keep the hardware prefetcher streaming). The column of each lane is
 // computed in vector form exactly as float_axis_at does: float(j) * scale_x,
 // truncated (below 2^16, so the 16-bit wrap is the identity; it is applied
 // anyway), limited to the last column, the fraction pos - float(i0), the
