@@ -31,12 +31,13 @@ void bilinear_walk_x86_64_v3(const uint16_t *src, size_t src_stride, size_t src_
                              uint16_t *dst, uint32_t dst_width, uint32_t dst_height,
                              size_t dst_step);
 
-/* The same walk for the 32-bit members (F = 12), dense, from position 0. */
-void bilinear_walk_x86_64_v3(const int32_t *src, size_t src_stride, uint32_t x_step,
-                             uint32_t y_step, int32_t *dst, uint32_t dst_width,
+/* The same walk for the 32-bit members (F = 12), dense, from position 0,
+ * over a source of src_elements samples. */
+void bilinear_walk_x86_64_v3(const int32_t *src, size_t src_stride, size_t src_elements,
+                             uint32_t x_step, uint32_t y_step, int32_t *dst, uint32_t dst_width,
                              uint32_t dst_height);
-void bilinear_walk_x86_64_v3(const uint32_t *src, size_t src_stride, uint32_t x_step,
-                             uint32_t y_step, uint32_t *dst, uint32_t dst_width,
+void bilinear_walk_x86_64_v3(const uint32_t *src, size_t src_stride, size_t src_elements,
+                             uint32_t x_step, uint32_t y_step, uint32_t *dst, uint32_t dst_width,
                              uint32_t dst_height);
 
 /* The float member's loop over all outputs, with its validated scales. */

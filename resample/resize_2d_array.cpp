@@ -80,7 +80,7 @@ struct axis_walk {
     uint32_t step;
 };
 
-// The x86-64-v3 walk exists for the 8- and 16-bit members.
+// Members without an x86-64-v3 walk (none on builds without the variant).
 template <typename T>
 inline bool vector_walk(const T *, size_t, size_t, axis_walk, axis_walk, T *, uint32_t, uint32_t,
                         size_t)
@@ -110,33 +110,36 @@ inline bool vector_walk(const uint8_t *src, size_t src_stride, size_t src_elemen
     return small_sample_vector_walk(src, src_stride, src_elements, ax, ay, dst, dst_width, dst_height, dst_step);
 }
 
-// The 32-bit members are only ever walked densely from position 0. Their
-// vector walk pays where output rows share source rows (vertical
-// enlargements); reductions keep the direct walk.
+// The 32-bit members are only ever walked densely from position 0.
 template <typename T>
-inline bool wide_vector_walk(const T *src, size_t src_stride, axis_walk ax, axis_walk ay, T *dst,
-                             uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+inline bool wide_vector_walk(const T *src, size_t src_stride, size_t src_elements, axis_walk ax,
+                             axis_walk ay, T *dst, uint32_t dst_width, uint32_t dst_height,
+                             size_t dst_step)
 {
     if (cmc_isa_selected() != cmc_isa::x86_64_v3 || ax.start != 0 || ay.start != 0 ||
-        dst_step != 1 || ay.step >= (1u << 12))
+        dst_step != 1)
         return false;
-    bilinear_walk_x86_64_v3(src, src_stride, ax.step, ay.step, dst, dst_width, dst_height);
+    bilinear_walk_x86_64_v3(src, src_stride, src_elements, ax.step, ay.step, dst, dst_width,
+                            dst_height);
     return true;
 }
 
 template <>
-inline bool vector_walk(const int32_t *src, size_t src_stride, size_t, axis_walk ax, axis_walk ay,
-                        int32_t *dst, uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+inline bool vector_walk(const int32_t *src, size_t src_stride, size_t src_elements, axis_walk ax,
+                        axis_walk ay, int32_t *dst, uint32_t dst_width, uint32_t dst_height,
+                        size_t dst_step)
 {
-    return wide_vector_walk(src, src_stride, ax, ay, dst, dst_width, dst_height, dst_step);
+    return wide_vector_walk(src, src_stride, src_elements, ax, ay, dst, dst_width, dst_height,
+                            dst_step);
 }
 
 template <>
-inline bool vector_walk(const uint32_t *src, size_t src_stride, size_t, axis_walk ax,
+inline bool vector_walk(const uint32_t *src, size_t src_stride, size_t src_elements, axis_walk ax,
                         axis_walk ay, uint32_t *dst, uint32_t dst_width, uint32_t dst_height,
                         size_t dst_step)
 {
-    return wide_vector_walk(src, src_stride, ax, ay, dst, dst_width, dst_height, dst_step);
+    return wide_vector_walk(src, src_stride, src_elements, ax, ay, dst, dst_width, dst_height,
+                            dst_step);
 }
 
 template <>

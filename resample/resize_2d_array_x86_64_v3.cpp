@@ -1,50 +1,39 @@
-// x86-64-v3 loops of the bilinear 2-D array resize.
+// x86-64-v3 loops of the bilinear 2-D array resize, 8- and 16-bit members
+// (F = 8).
 //
-// Integer members: the weighted sum of the four neighbours is an exact
-// integer (it fits the member's sum type), so it may be formed in any order.
-// These loops form the portable loops' value split by axis:
-//   H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1   (once per source row and column)
-//   out     = (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^15) >> 16
-// which is the same integer, rounded and stored as the portable loop does.
-// H of a source row serves every output row that reads that row.
-//
-// Float member: every output is computed with exactly the portable
-// operations (same products, same fused steps, same order), eight outputs of
-// a row per vector.
-//
-// Output columns are handled in strips whose per-column tables (lower index,
-// weights) and horizontal sums fit in bounded stack buffers: the kernels
-// allocate nothing. Where the samples of eight columns lie within a few
-// registers of a row (enlargements, mild reductions), they are loaded whole
-// and permuted into the lanes; elsewhere they are gathered. Both hand every
-// lane the same sample. No inline function with external linkage is called from
-// here (see bicubic_math.h for why).
+// The weighted sum of the four neighbours is an exact integer below 2^32, so
+// it may be formed in any order in 32-bit lanes; each walk below says how it
+// forms it. The result is rounded and stored as the portable loop does.
+// The walks, chosen by the shape of the resize:
+// - halving with whole weights: rows of picks, packed;
+// - direct, row by row (16-bit samples, unless more than four output rows
+//   share a pair of source rows): every output from its own four samples,
+//   the columns computed in vector form;
+// - strips (the rest): per-column tables and per-source-row horizontal sums
+//   in bounded stack buffers, shared by the output rows that read that
+//   source row.
+// None allocates. Where the samples of eight columns lie within a few
+// registers of a row they are loaded whole and permuted into the lanes;
+// elsewhere they are gathered (or read one by one near the end of the
+// source). Both hand every lane the same sample. No inline function with
+// external linkage is called from here (see bicubic_math.h for why).
 #include <immintrin.h>
 
 #include <cstddef>
 #include <cstdint>
 
+#include "bilinear_lanes_x86_64_v3.h"
 #include "resample_x86_64_v3.h"
 #include "window_x86_64_v3.h"
 
 namespace {
 
-constexpr uint32_t kStripColumns = 512;
+// Output columns per strip of the 8- and 16-bit walk: wide enough that most
+// rows are walked in a few strips (the memory walk of narrow strips costs
+// more than their computation), narrow enough for the strip tables to stay
+// within about 25 KiB of stack.
+constexpr uint32_t kStripColumns = 1024;
 
-inline uint32_t min_u32(uint32_t a, uint32_t b)
-{
-    return a < b ? a : b;
-}
-
-inline __m256i lane_index()
-{
-    return _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-}
-
-inline __m256i load8(const int32_t *p)
-{
-    return _mm256_load_si256(reinterpret_cast<const __m256i *>(p));
-}
 
 // Lower index and upper weight of fixed-point position pos (F = 8): pos 0
 // takes the pair (0, 1) with weight 0 on 1; otherwise lower = (pos - 1) >> 8.
@@ -54,6 +43,11 @@ inline void axis_rule(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
     upper_weight = pos - (lower << 8);
 }
 
+// The strip walk of the 8- and 16-bit members forms the sum split by axis,
+//   H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1   (once per source row and column)
+//   out     = (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^15) >> 16
+// in 32-bit lanes (every value fits); H of a source row serves every output
+// row that reads that row.
 struct strip {
     alignas(32) int32_t x0[kStripColumns]; // lower source index of each column
     alignas(32) int32_t wx0[kStripColumns];
@@ -75,7 +69,7 @@ struct strip {
 void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step)
 {
     s.n = min_u32(kStripColumns, columns_left);
-    s.vector = (s.n + 7) & ~7u;
+    s.vector = (s.n + 15) & ~15u;
     for (uint32_t k = 0; k < s.vector; ++k) {
         // Lanes past the last column repeat it, so their reads stay inside.
         uint32_t lower, weight;
@@ -100,34 +94,6 @@ void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start,
     }
 }
 
-// Elements rel_a and rel_b of the window at p, lane by lane.
-template <int Registers, typename T>
-inline void window_pair(const T *p, __m256i rel_a, __m256i rel_b, __m256i &a, __m256i &b)
-{
-    __m256i reg[Registers];
-    load_window(reg, p);
-    a = window_pick(reg, rel_a);
-    b = window_pick(reg, rel_b);
-}
-
-template <typename T>
-inline void window_pair(int32_t registers, const T *p, __m256i rel_a, __m256i rel_b, __m256i &a,
-                        __m256i &b)
-{
-    switch (registers) {
-    case 1: window_pair<1>(p, rel_a, rel_b, a, b); break;
-    case 2: window_pair<2>(p, rel_a, rel_b, a, b); break;
-    case 3: window_pair<3>(p, rel_a, rel_b, a, b); break;
-    default: window_pair<4>(p, rel_a, rel_b, a, b); break;
-    }
-}
-
-// A window of `registers` registers starting at element `base`, `readable`
-// elements being readable from element 0.
-inline bool window_fits(int32_t registers, int32_t base, size_t readable)
-{
-    return registers != 0 && size_t(base) + 8 * size_t(registers) <= readable;
-}
 
 
 
@@ -158,6 +124,20 @@ inline size_t wide_read_bytes(const uint8_t *)
     return 4; // four samples: up to x0 + 3
 }
 
+// Stores H of columns k ... k + 7: 16-bit samples as 32-bit values; 8-bit
+// samples, whose H is at most 255 * 256, as H - 32768 in 16 bits (the
+// element k of the row's slot seen as 16-bit lanes), for vertical_u8.
+inline void put_h8(const uint16_t *, uint32_t *h, uint32_t k, __m256i sum)
+{
+    _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
+}
+inline void put_h8(const uint8_t *, uint32_t *h, uint32_t k, __m256i sum)
+{
+    const __m256i biased = _mm256_sub_epi32(sum, _mm256_set1_epi32(32768));
+    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(biased, biased), 0x08);
+    _mm_store_si128(reinterpret_cast<__m128i *>(h) + k / 8, _mm256_castsi256_si128(packed));
+}
+
 // H of one source row at every column of the strip. `readable` is the number
 // of source elements from `row` to the end of the source.
 template <typename T>
@@ -175,14 +155,16 @@ void horizontal_row(const strip &s, const T *row, size_t readable, uint32_t *h)
             // The last column of the vector reads the most.
             pairs8(row, load8(s.x0 + k), lo, hi);
         } else {
-            for (uint32_t m = k; m < k + 8; ++m)
-                h[m] = uint32_t(row[s.x0[m]]) * uint32_t(s.wx0[m]) +
-                       uint32_t(row[s.x0[m] + 1]) * uint32_t(s.wx1[m]);
+            alignas(32) int32_t v[8];
+            for (uint32_t m = 0; m < 8; ++m)
+                v[m] = int32_t(uint32_t(row[s.x0[k + m]]) * uint32_t(s.wx0[k + m]) +
+                               uint32_t(row[s.x0[k + m] + 1]) * uint32_t(s.wx1[k + m]));
+            put_h8(row, h, k, load8(v));
             continue;
         }
         const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(lo, load8(s.wx0 + k)),
                                              _mm256_mullo_epi32(hi, load8(s.wx1 + k)));
-        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
+        put_h8(row, h, k, sum);
     }
 }
 
@@ -197,6 +179,106 @@ inline void store8(uint8_t *out, __m256i r)
     const __m256i words = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
     const __m128i bytes = _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_castsi256_si128(words));
     _mm_storel_epi64(reinterpret_cast<__m128i *>(out), bytes);
+}
+
+// Eight results for dst[k * step], k = 0 ... 7, each lane extracted
+// straight to its element (the elements between are not touched).
+inline __m128i narrow8(uint16_t *, __m256i r)
+{
+    return _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08));
+}
+inline __m128i narrow8(uint8_t *, __m256i r)
+{
+    const __m128i words = narrow8(static_cast<uint16_t *>(nullptr), r);
+    return _mm_packus_epi16(words, words);
+}
+template <int M>
+inline void put_lane(uint16_t *o, __m128i v)
+{
+    *o = uint16_t(_mm_extract_epi16(v, M));
+}
+template <int M>
+inline void put_lane(uint8_t *o, __m128i v)
+{
+    *o = uint8_t(_mm_extract_epi8(v, M));
+}
+template <typename T>
+inline void store8_strided(T *out, __m256i r, size_t step)
+{
+    const __m128i v = narrow8(out, r);
+    put_lane<0>(out, v);
+    put_lane<1>(out + step, v);
+    put_lane<2>(out + 2 * step, v);
+    put_lane<3>(out + 3 * step, v);
+    put_lane<4>(out + 4 * step, v);
+    put_lane<5>(out + 5 * step, v);
+    put_lane<6>(out + 6 * step, v);
+    put_lane<7>(out + 7 * step, v);
+}
+
+// Lanes M ... N - 1 of v (sixteen 8-bit or eight 16-bit results) for
+// out[m * step].
+template <int M, int N, typename T>
+inline void put_lanes(T *out, __m128i v, size_t step)
+{
+    put_lane<M>(out + M * step, v);
+    if constexpr (M + 1 < N)
+        put_lanes<M + 1, N>(out, v, step);
+}
+
+// Results r of outputs k ... k + 7 of a row whose n outputs go to
+// out[0], out[dst_step], ...; only outputs below n are stored.
+template <typename T>
+inline void store_outputs(T *out, uint32_t k, uint32_t n, size_t dst_step, __m256i r)
+{
+    if (k + 8 <= n) {
+        if (dst_step == 1)
+            store8(out + k, r);
+        else
+            store8_strided(out + size_t(k) * dst_step, r, dst_step);
+        return;
+    }
+    alignas(32) T tail[16];
+    store8(tail, r);
+    for (uint32_t m = 0; k + m < n; ++m)
+        out[(k + m) * dst_step] = tail[m];
+}
+
+// The vertical step of the strip walk for 8-bit samples, sixteen columns
+// per vector: with H' = H - 32768 (16-bit, see put_h8) one multiply-add of
+// the pairs (H'(y0), H'(y1)) by (wy0, wy1) gives X' = X - 32768 * 256 where
+// X = H(y0) * wy0 + H(y1) * wy1 (all terms below 2^24 in magnitude), so
+// out = (X' + 2^23 + 2^15) >> 16, the same integer.
+inline void vertical_u8(const strip &s, const uint32_t *h0, const uint32_t *h1, uint32_t wy1,
+                        uint8_t *out, size_t dst_step)
+{
+    const __m256i w = _mm256_set1_epi32(int32_t((wy1 << 16) | (256 - wy1)));
+    const __m256i bias = _mm256_set1_epi32((1 << 23) + 32768);
+    const __m256i *a = reinterpret_cast<const __m256i *>(h0);
+    const __m256i *b = reinterpret_cast<const __m256i *>(h1);
+    for (uint32_t k = 0; k < s.n; k += 16) {
+        // Sixteen 16-bit H' of columns k ... k + 15 per row.
+        const __m256i p0 = _mm256_load_si256(a + k / 16);
+        const __m256i p1 = _mm256_load_si256(b + k / 16);
+        // Per 128-bit half: columns 0-3 (low) and 4-7 (high) of that half.
+        const __m256i low = _mm256_madd_epi16(_mm256_unpacklo_epi16(p0, p1), w);
+        const __m256i high = _mm256_madd_epi16(_mm256_unpackhi_epi16(p0, p1), w);
+        const __m256i words = _mm256_packus_epi32(_mm256_srli_epi32(_mm256_add_epi32(low, bias), 16),
+                                                  _mm256_srli_epi32(_mm256_add_epi32(high, bias), 16));
+        const __m128i v = _mm256_castsi256_si128(
+            _mm256_permute4x64_epi64(_mm256_packus_epi16(words, words), 0x08));
+        if (k + 16 <= s.n) {
+            if (dst_step == 1)
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), v);
+            else
+                put_lanes<0, 16>(out + size_t(k) * dst_step, v, dst_step);
+            continue;
+        }
+        alignas(16) uint8_t tail[16];
+        _mm_store_si128(reinterpret_cast<__m128i *>(tail), v);
+        for (uint32_t m = 0; k + m < s.n; ++m)
+            out[(k + m) * dst_step] = tail[m];
+    }
 }
 
 // With whole weights on both axes an output is one sample: the sum is
@@ -221,14 +303,158 @@ void pick_row(const strip &s, const T *line, size_t readable, T *out, size_t dst
                 out[m * dst_step] = line[s.pick[m]];
             continue;
         }
-        if (dst_step == 1 && k + 8 <= s.n) {
-            store8(out + k, r);
-            continue;
+        store_outputs(out, k, s.n, dst_step, r);
+    }
+}
+
+// Halving with whole weights: positions that are multiples of 256 on both
+// axes make every output the one sample at (pos_y >> 8, pos_x >> 8) (see
+// pick_row), and a step of 512 takes every other sample of a row. Such rows
+// are walked whole, row by row, the even samples of 32 bytes packed into
+// the lanes. take_even returns the outputs of 2 * 32 / sizeof(T) samples.
+inline __m256i take_even(const uint16_t *p)
+{
+    const __m256i mask = _mm256_set1_epi32(0xFFFF);
+    const __m256i a = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)), mask);
+    const __m256i b = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + 16)), mask);
+    return _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xD8);
+}
+inline __m256i take_even(const uint8_t *p)
+{
+    const __m256i mask = _mm256_set1_epi16(0xFF);
+    const __m256i a = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)), mask);
+    const __m256i b = _mm256_and_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + 32)), mask);
+    return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
+}
+
+template <typename T>
+bool halving_walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start,
+                  uint32_t x_step, uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width,
+                  uint32_t dst_height, size_t dst_step)
+{
+    if (x_step != 512 || (x_start & 255) != 0 || (y_step & 255) != 0 || (y_start & 255) != 0)
+        return false;
+    constexpr uint32_t per_vector = 32 / sizeof(T);
+    uint32_t pos_y = y_start;
+    for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+        const size_t offset = size_t(pos_y >> 8) * src_stride + (x_start >> 8);
+        const T *line = src + offset;
+        const size_t readable = src_elements - offset;
+        T *out = dst + size_t(oy) * dst_width * dst_step;
+        uint32_t ox = 0;
+        // A vector reads 2 * per_vector samples from line + 2 * ox.
+        for (; ox + per_vector <= dst_width && 2 * (size_t(ox) + per_vector) <= readable;
+             ox += per_vector) {
+            const __m256i r = take_even(line + 2 * size_t(ox));
+            if (dst_step == 1) {
+                _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + ox), r);
+                continue;
+            }
+            constexpr int half = int(per_vector / 2);
+            T *o = out + size_t(ox) * dst_step;
+            put_lanes<0, half>(o, _mm256_castsi256_si128(r), dst_step);
+            put_lanes<0, half>(o + half * dst_step, _mm256_extracti128_si256(r, 1), dst_step);
         }
-        alignas(32) T tail[16];
-        store8(tail, r);
-        for (uint32_t m = 0; m < 8 && k + m < s.n; ++m)
-            out[(k + m) * dst_step] = tail[m];
+        for (; ox < dst_width; ++ox)
+            out[size_t(ox) * dst_step] = line[2 * size_t(ox)];
+    }
+    return true;
+}
+
+// Direct walk of the 8- and 16-bit members, row by row: every output from
+// its own four samples (the same integer as the portable loop's, all
+// products and sums below 2^32), with nothing shared between output rows.
+// The column of each lane comes from its position x_start + ox * x_step (the
+// accumulated step, exact in 32 bits) by the axis rule in vector form:
+// lower = (max(pos, 1) - 1) >> 8 gives 0 for pos = 0, where the upper weight
+// pos - (lower << 8) is then 0.
+struct small_row_geometry {
+    size_t readable; // elements readable from row1 on (row0 has more)
+    uint32_t x_start;
+    uint32_t x_step;
+    uint32_t wy1;
+};
+
+template <typename T, int Registers>
+EJ_BILINEAR_INLINE __m256i small_direct8(const small_row_geometry &g, const T *row0, const T *row1,
+                             __m256i pos)
+{
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i lower = _mm256_srli_epi32(_mm256_sub_epi32(_mm256_max_epu32(pos, one), one), 8);
+    const __m256i wx1 = _mm256_sub_epi32(pos, _mm256_slli_epi32(lower, 8));
+    const __m256i wx0 = _mm256_sub_epi32(_mm256_set1_epi32(256), wx1);
+    const int32_t base = _mm256_cvtsi256_si32(lower);
+    __m256i s00, s01, s10, s11;
+    if (Registers != 0 && size_t(base) + 8 * size_t(Registers) <= g.readable) {
+        constexpr int R = Registers == 0 ? 1 : Registers;
+        const __m256i rel = _mm256_sub_epi32(lower, _mm256_set1_epi32(base));
+        const __m256i rel1 = _mm256_add_epi32(rel, one);
+        window_pair<R>(row0 + base, rel, rel1, s00, s01);
+        window_pair<R>(row1 + base, rel, rel1, s10, s11);
+    } else {
+        alignas(32) int32_t x0[8], v[4][8];
+        _mm256_store_si256(reinterpret_cast<__m256i *>(x0), lower);
+        for (int m = 0; m < 8; ++m) {
+            v[0][m] = row0[x0[m]];
+            v[1][m] = row0[x0[m] + 1];
+            v[2][m] = row1[x0[m]];
+            v[3][m] = row1[x0[m] + 1];
+        }
+        s00 = load8(v[0]);
+        s01 = load8(v[1]);
+        s10 = load8(v[2]);
+        s11 = load8(v[3]);
+    }
+    const __m256i h0 = _mm256_add_epi32(_mm256_mullo_epi32(s00, wx0), _mm256_mullo_epi32(s01, wx1));
+    const __m256i h1 = _mm256_add_epi32(_mm256_mullo_epi32(s10, wx0), _mm256_mullo_epi32(s11, wx1));
+    const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(h1, _mm256_set1_epi32(int32_t(g.wy1))),
+                                         _mm256_mullo_epi32(h0, _mm256_set1_epi32(int32_t(256 - g.wy1))));
+    return _mm256_srli_epi32(_mm256_add_epi32(sum, _mm256_set1_epi32(32768)), 16);
+}
+
+template <typename T, int Registers>
+void small_direct_row(const small_row_geometry &g, const T *row0, const T *row1, T *out,
+                      uint32_t dst_width, size_t dst_step)
+{
+    const __m256i lanes = _mm256_mullo_epi32(lane_index(), _mm256_set1_epi32(int32_t(g.x_step)));
+    for (uint32_t ox = 0; ox < dst_width; ox += 8) {
+        __m256i pos = _mm256_add_epi32(_mm256_set1_epi32(int32_t(g.x_start + ox * g.x_step)), lanes);
+        if (ox + 8 > dst_width) {
+            // Lanes past the last column repeat it, so their reads stay inside.
+            const __m256i last = _mm256_set1_epi32(int32_t(g.x_start + (dst_width - 1) * g.x_step));
+            pos = _mm256_min_epu32(pos, last);
+        }
+        store_outputs(out, ox, dst_width, dst_step, small_direct8<T, Registers>(g, row0, row1, pos));
+    }
+}
+
+template <typename T>
+void small_direct_walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start,
+                       uint32_t x_step, uint32_t y_start, uint32_t y_step, T *dst,
+                       uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    // Eight consecutive columns span at most (7 * x_step >> 8) + 1 source
+    // columns from the first lower index to the last, plus the upper one.
+    const uint64_t span = ((7 * uint64_t(x_step)) >> 8) + 3;
+    const int32_t registers = span > uint64_t(kWindowElements) ? 0 : window_registers(int32_t(span));
+    small_row_geometry g;
+    g.x_start = x_start;
+    g.x_step = x_step;
+    uint32_t pos_y = y_start;
+    for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+        uint32_t y0;
+        axis_rule(pos_y, y0, g.wy1);
+        const T *row0 = src + size_t(y0) * src_stride;
+        const T *row1 = row0 + src_stride;
+        g.readable = src_elements - (size_t(y0) + 1) * src_stride;
+        T *out = dst + size_t(oy) * dst_width * dst_step;
+        switch (registers) {
+        case 0: small_direct_row<T, 0>(g, row0, row1, out, dst_width, dst_step); break;
+        case 1: small_direct_row<T, 1>(g, row0, row1, out, dst_width, dst_step); break;
+        case 2: small_direct_row<T, 2>(g, row0, row1, out, dst_width, dst_step); break;
+        case 3: small_direct_row<T, 3>(g, row0, row1, out, dst_width, dst_step); break;
+        default: small_direct_row<T, 4>(g, row0, row1, out, dst_width, dst_step); break;
+        }
     }
 }
 
@@ -237,6 +463,19 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
           uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width, uint32_t dst_height,
           size_t dst_step)
 {
+    if (halving_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
+                     dst_width, dst_height, dst_step))
+        return;
+    // 16-bit samples: whole weights on every column keep the strips (their
+    // rows are picks); otherwise strong enlargements (more than four output
+    // rows per source row) share the horizontal sums of a source row, and
+    // the rest take the direct walk. 8-bit samples keep the strips: there
+    // the shared sums measured faster, the samples being cheap to stream.
+    if (sizeof(T) == 2 && ((x_step | x_start) & 255) != 0 && y_step >= 64) {
+        small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
+                          dst_width, dst_height, dst_step);
+        return;
+    }
     strip s;
     for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
         plan_strip(s, ox0, dst_width - ox0, x_start, x_step);
@@ -261,23 +500,20 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
                 }
                 h[r] = slot;
             }
+            T *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
+            if constexpr (sizeof(T) == 1) {
+                vertical_u8(s, h[0], h[1], wy1, out, dst_step);
+                continue;
+            }
             const __m256i w0 = _mm256_set1_epi32(int32_t(256 - wy1));
             const __m256i w1 = _mm256_set1_epi32(int32_t(wy1));
             const __m256i half = _mm256_set1_epi32(32768);
-            T *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
             for (uint32_t k = 0; k < s.n; k += 8) {
                 const __m256i h0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[0] + k));
                 const __m256i h1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[1] + k));
                 const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(h0, w0), _mm256_mullo_epi32(h1, w1));
                 const __m256i r = _mm256_srli_epi32(_mm256_add_epi32(sum, half), 16);
-                if (dst_step == 1 && k + 8 <= s.n) {
-                    store8(out + k, r);
-                    continue;
-                }
-                alignas(32) T tail[16];
-                store8(tail, r);
-                for (uint32_t m = 0; m < 8 && k + m < s.n; ++m)
-                    out[(k + m) * dst_step] = tail[m];
+                store_outputs(out, k, s.n, dst_step, r);
             }
         }
     }
@@ -300,343 +536,4 @@ void bilinear_walk_x86_64_v3(const uint16_t *src, size_t src_stride, size_t src_
 {
     walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst, dst_width,
          dst_height, dst_step);
-}
-
-namespace {
-
-// The 32-bit members (F = 12): the same split by axis in 64-bit integers,
-// H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1 (below 2^44 in magnitude), out =
-// (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^23) >> 24, of which the low 32 bits
-// are stored. Four columns per vector: AVX2 multiplies 32 by 32 bits into 64,
-// so a 64-bit H times a weight is formed from its two halves modulo 2^64
-// (exact, the true product fits), and bits 24 ... 55 of the sum, the stored
-// value, are the same after a logical or an arithmetic shift.
-struct wide_strip {
-    alignas(32) int32_t x0[kStripColumns];
-    alignas(32) int64_t wx0[kStripColumns];
-    alignas(32) int64_t wx1[kStripColumns];
-    alignas(32) int64_t h[2][kStripColumns];
-    // Window over x0 ... x0 + 1 of each vector of four columns, 0: gather.
-    int32_t registers[kStripColumns / 4];
-    int64_t row[2];
-    uint32_t n;
-    uint32_t vector; // n rounded up to whole vectors of four
-};
-
-inline void axis_rule12(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
-{
-    lower = pos == 0 ? 0 : (pos - 1) >> 12;
-    upper_weight = pos - (lower << 12);
-}
-
-inline __m256i load4x64(const int64_t *p)
-{
-    return _mm256_load_si256(reinterpret_cast<const __m256i *>(p));
-}
-
-// Signed (int32 samples) or unsigned (uint32) 32 x 32 -> 64-bit products of
-// the low halves of each 64-bit lane.
-template <bool Signed>
-inline __m256i mul32x32(__m256i a, __m256i b)
-{
-    return Signed ? _mm256_mul_epi32(a, b) : _mm256_mul_epu32(a, b);
-}
-
-// A 64-bit value times a weight below 2^13, modulo 2^64.
-inline __m256i mul64_by_weight(__m256i h, __m256i w)
-{
-    const __m256i low = _mm256_mul_epu32(h, w);
-    const __m256i high = _mm256_mul_epu32(_mm256_srli_epi64(h, 32), w);
-    return _mm256_add_epi64(low, _mm256_slli_epi64(high, 32));
-}
-
-// The pairs S[x0], S[x0 + 1] of four columns, as the low and high halves of
-// 64-bit lanes, permuted from a window at x0[0].
-template <int Registers>
-inline __m256i window_pairs4(const uint32_t *p, __m128i rel)
-{
-    __m256i reg[Registers];
-    load_window(reg, p);
-    const __m256i lower = _mm256_cvtepu32_epi64(rel);
-    const __m256i idx = _mm256_or_si256(
-        lower, _mm256_slli_epi64(_mm256_add_epi64(lower, _mm256_set1_epi64x(1)), 32));
-    return window_pick(reg, idx);
-}
-
-// `readable`: elements of the row from `line` on.
-template <bool Signed>
-void wide_row(wide_strip &s, const uint32_t *line, size_t readable, int64_t *h)
-{
-    for (uint32_t k = 0; k < s.vector; k += 4) {
-        const __m128i x0 = _mm_load_si128(reinterpret_cast<const __m128i *>(s.x0 + k));
-        const int32_t registers = s.registers[k / 4];
-        __m256i pair;
-        if (window_fits(registers, s.x0[k], readable)) {
-            const uint32_t *p = line + s.x0[k];
-            const __m128i rel = _mm_sub_epi32(x0, _mm_set1_epi32(s.x0[k]));
-            switch (registers) {
-            case 1: pair = window_pairs4<1>(p, rel); break;
-            case 2: pair = window_pairs4<2>(p, rel); break;
-            case 3: pair = window_pairs4<3>(p, rel); break;
-            default: pair = window_pairs4<4>(p, rel); break;
-            }
-        } else {
-            // One 64-bit read per column: the pair S[x0], S[x0 + 1].
-            pair = _mm256_i32gather_epi64(reinterpret_cast<const long long *>(line), x0, 4);
-        }
-        const __m256i sum = _mm256_add_epi64(mul32x32<Signed>(pair, load4x64(s.wx0 + k)),
-                                             mul32x32<Signed>(_mm256_srli_epi64(pair, 32),
-                                                              load4x64(s.wx1 + k)));
-        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sum);
-    }
-}
-
-template <bool Signed>
-void wide_walk(const uint32_t *src, size_t src_stride, uint32_t x_step, uint32_t y_step,
-               uint32_t *dst, uint32_t dst_width, uint32_t dst_height)
-{
-    wide_strip s;
-    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
-        s.n = min_u32(kStripColumns, dst_width - ox0);
-        s.vector = (s.n + 3) & ~3u;
-        for (uint32_t k = 0; k < s.vector; ++k) {
-            uint32_t lower, weight;
-            axis_rule12((ox0 + min_u32(k, s.n - 1)) * x_step, lower, weight);
-            s.x0[k] = int32_t(lower);
-            s.wx1[k] = weight;
-            s.wx0[k] = 4096 - weight;
-        }
-        for (uint32_t v = 0; v < s.vector / 4; ++v) {
-            // Columns are non-decreasing: the last lane reads the most.
-            const int32_t reach = s.x0[4 * v + 3] + 2 - s.x0[4 * v];
-            s.registers[v] = window_registers(reach);
-        }
-        s.row[0] = s.row[1] = -1;
-        uint32_t pos_y = 0;
-        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
-            uint32_t y0, wy1;
-            axis_rule12(pos_y, y0, wy1);
-            const int64_t *h[2];
-            for (uint32_t r = 0; r < 2; ++r) {
-                const uint32_t row = y0 + r;
-                int64_t *slot = s.h[row & 1];
-                if (s.row[row & 1] != row) {
-                    wide_row<Signed>(s, src + size_t(row) * src_stride, src_stride, slot);
-                    s.row[row & 1] = row;
-                }
-                h[r] = slot;
-            }
-            const __m256i w0 = _mm256_set1_epi64x(4096 - wy1);
-            const __m256i w1 = _mm256_set1_epi64x(wy1);
-            const __m256i half = _mm256_set1_epi64x(int64_t(1) << 23);
-            // Low 32 bits of each 64-bit lane, in order, into the low 128 bits.
-            const __m256i pick = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
-            uint32_t *out = dst + size_t(oy) * dst_width + ox0;
-            for (uint32_t k = 0; k < s.n; k += 4) {
-                const __m256i sum = _mm256_add_epi64(mul64_by_weight(load4x64(h[1] + k), w1),
-                                                     mul64_by_weight(load4x64(h[0] + k), w0));
-                const __m256i shifted = _mm256_srli_epi64(_mm256_add_epi64(sum, half), 24);
-                const __m128i low = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(shifted, pick));
-                if (k + 4 <= s.n) {
-                    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), low);
-                } else {
-                    alignas(16) uint32_t tail[4];
-                    _mm_store_si128(reinterpret_cast<__m128i *>(tail), low);
-                    for (uint32_t m = 0; k + m < s.n; ++m)
-                        out[k + m] = tail[m];
-                }
-            }
-        }
-    }
-}
-
-} // namespace
-
-void bilinear_walk_x86_64_v3(const int32_t *src, size_t src_stride, uint32_t x_step,
-                             uint32_t y_step, int32_t *dst, uint32_t dst_width,
-                             uint32_t dst_height)
-{
-    wide_walk<true>(reinterpret_cast<const uint32_t *>(src), src_stride, x_step, y_step,
-                    reinterpret_cast<uint32_t *>(dst), dst_width, dst_height);
-}
-
-void bilinear_walk_x86_64_v3(const uint32_t *src, size_t src_stride, uint32_t x_step,
-                             uint32_t y_step, uint32_t *dst, uint32_t dst_width,
-                             uint32_t dst_height)
-{
-    wide_walk<false>(src, src_stride, x_step, y_step, dst, dst_width, dst_height);
-}
-
-namespace {
-
-// Index pair and fraction of output index i on a float axis, exactly as the
-// portable loop computes them.
-struct float_axis {
-    uint32_t i0, i1;
-    float f;
-};
-
-inline float_axis float_axis_at(uint32_t i, float scale, uint32_t extent)
-{
-    const float pos = float(i) * scale;
-    uint32_t i0 = uint16_t(uint32_t(__builtin_truncf(pos)));
-    if (i0 > extent - 1)
-        i0 = extent - 1;
-    return {i0, i0 < extent - 1 ? i0 + 1 : i0, pos - float(i0)};
-}
-
-struct float_strip {
-    alignas(32) int32_t i0[kStripColumns];
-    alignas(32) int32_t i1[kStripColumns];
-    alignas(32) float fx[kStripColumns];
-    // Per source row `row[s]` (slot s = row & 1): a = (1 - fx) * S[row][i0]
-    // and b = fx * S[row][i1] at every column, the products that do not
-    // involve the vertical fraction.
-    alignas(32) float a[2][kStripColumns];
-    alignas(32) float b[2][kStripColumns];
-    int32_t registers[kStripColumns / 8]; // window over i0 ... i1 of each vector, 0: gather
-    int64_t row[2];
-};
-
-// S[i0] and S[i1] of eight columns of one row of `width` floats.
-__attribute__((always_inline)) inline void float_pair(const float_strip &s, uint32_t k, const float *line, uint32_t width,
-                       __m256 &lower, __m256 &upper)
-{
-    const int32_t registers = s.registers[k / 8];
-    if (window_fits(registers, s.i0[k], width)) {
-        const __m256i base = _mm256_set1_epi32(s.i0[k]);
-        __m256i a, b;
-        window_pair(registers, line + s.i0[k], _mm256_sub_epi32(load8(s.i0 + k), base),
-                    _mm256_sub_epi32(load8(s.i1 + k), base), a, b);
-        lower = _mm256_castsi256_ps(a);
-        upper = _mm256_castsi256_ps(b);
-        return;
-    }
-    lower = _mm256_i32gather_ps(line, load8(s.i0 + k), 4);
-    upper = _mm256_i32gather_ps(line, load8(s.i1 + k), 4);
-}
-
-void float_row_products(float_strip &s, const float *line, uint32_t width, uint32_t vector,
-                        uint32_t slot)
-{
-    const __m256 one = _mm256_set1_ps(1.0f);
-    for (uint32_t k = 0; k < vector; k += 8) {
-        const __m256 fx = _mm256_load_ps(s.fx + k);
-        __m256 lower, upper;
-        float_pair(s, k, line, width, lower, upper);
-        _mm256_store_ps(s.a[slot] + k, _mm256_mul_ps(_mm256_sub_ps(one, fx), lower));
-        _mm256_store_ps(s.b[slot] + k, _mm256_mul_ps(fx, upper));
-    }
-}
-
-// One output row from its two source rows, without the row cache.
-// Asks for the two cache lines from p on (a hint: never faults, reads
-// nothing).
-inline void prefetch_two_lines(const float *p)
-{
-    const uintptr_t at = reinterpret_cast<uintptr_t>(p);
-    _mm_prefetch(reinterpret_cast<const char *>(at), _MM_HINT_T0);
-    _mm_prefetch(reinterpret_cast<const char *>(at + 64), _MM_HINT_T0);
-}
-
-// `ahead`: distance in elements from row0 to the first source row of the
-// next output row (0 for the last one), whose samples are prefetched: the
-// strip walks the rows in sections too short for the hardware prefetcher.
-void direct_row(const float_strip &s, const float *row0, const float *row1, uint32_t width,
-                size_t ahead, float fy_scalar, float *out, uint32_t n)
-{
-    const __m256 one = _mm256_set1_ps(1.0f);
-    const __m256 fy = _mm256_set1_ps(fy_scalar);
-    const __m256 gy = _mm256_set1_ps(1.0f - fy_scalar);
-    for (uint32_t k = 0; k < n; k += 8) {
-        if (ahead != 0) {
-            prefetch_two_lines(row0 + s.i0[k] + ahead);
-            prefetch_two_lines(row1 + s.i0[k] + ahead);
-        }
-        __m256 s00, s01, s10, s11;
-        float_pair(s, k, row0, width, s00, s01);
-        float_pair(s, k, row1, width, s10, s11);
-        const __m256 fx = _mm256_load_ps(s.fx + k);
-        const __m256 gx = _mm256_sub_ps(one, fx);
-        const __m256 inner = _mm256_mul_ps(_mm256_mul_ps(fx, s01), gy);
-        const __m256 low = _mm256_fmadd_ps(_mm256_mul_ps(gx, s00), gy, inner);
-        const __m256 mid = _mm256_fmadd_ps(_mm256_mul_ps(gx, s10), fy, low);
-        const __m256 v = _mm256_fmadd_ps(_mm256_mul_ps(fx, s11), fy, mid);
-        if (k + 8 <= n) {
-            _mm256_storeu_ps(out + k, v);
-        } else {
-            const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(n - k)), lane_index());
-            _mm256_maskstore_ps(out + k, mask, v);
-        }
-    }
-}
-
-} // namespace
-
-// v = fma(fx * S11, fy, fma(gx * S10, fy, fma(gx * S00, gy, (fx * S01) * gy)))
-// with gx = 1 - fx, gy = 1 - fy, for eight columns at a time. The products
-// gx * S and fx * S of a source row are shared by every output row that
-// reads it.
-void resize_float_x86_64_v3(const float *src, uint16_t src_width, int32_t src_height,
-                            float *dst, uint16_t dst_width, int32_t dst_height, float scale_x,
-                            float scale_y)
-{
-    float_strip s;
-    for (uint32_t j0 = 0; j0 < dst_width; j0 += kStripColumns) {
-        const uint32_t n = min_u32(kStripColumns, uint32_t(dst_width) - j0);
-        const uint32_t vector = (n + 7) & ~7u;
-        for (uint32_t k = 0; k < vector; ++k) {
-            const float_axis ax = float_axis_at(j0 + min_u32(k, n - 1), scale_x, src_width);
-            s.i0[k] = int32_t(ax.i0);
-            s.i1[k] = int32_t(ax.i1);
-            s.fx[k] = ax.f;
-        }
-        for (uint32_t v = 0; v < vector / 8; ++v)
-            s.registers[v] = window_registers(s.i0 + 8 * v, s.i1 + 8 * v, s.i0[8 * v]);
-        s.row[0] = s.row[1] = -1;
-        for (uint32_t i = 0; i < uint32_t(dst_height); ++i) {
-            const float_axis ay = float_axis_at(i, scale_y, uint32_t(src_height));
-            if (scale_y >= 1.0f) {
-                // A reduction reads new rows for almost every output row:
-                // the products are formed in place, the same ones.
-                const size_t ahead =
-                    i + 1 < uint32_t(dst_height)
-                        ? size_t(float_axis_at(i + 1, scale_y, uint32_t(src_height)).i0 - ay.i0) *
-                              src_width
-                        : 0;
-                direct_row(s, src + size_t(ay.i0) * src_width, src + size_t(ay.i1) * src_width,
-                           src_width, ahead, ay.f, dst + size_t(i) * dst_width + j0, n);
-                continue;
-            }
-            // Rows i0 and i1 may be equal (the last row): then both use one slot.
-            const uint32_t rows[2] = {ay.i0, ay.i1};
-            uint32_t slots[2];
-            for (int r = 0; r < 2; ++r) {
-                const uint32_t slot = rows[r] & 1;
-                if (s.row[slot] != rows[r]) {
-                    float_row_products(s, src + size_t(rows[r]) * src_width, src_width, vector, slot);
-                    s.row[slot] = rows[r];
-                }
-                slots[r] = slot;
-            }
-            const __m256 fy = _mm256_set1_ps(ay.f);
-            const __m256 gy = _mm256_set1_ps(1.0f - ay.f);
-            const float *a0 = s.a[slots[0]], *b0 = s.b[slots[0]];
-            const float *a1 = s.a[slots[1]], *b1 = s.b[slots[1]];
-            float *out = dst + size_t(i) * dst_width + j0;
-            for (uint32_t k = 0; k < n; k += 8) {
-                const __m256 inner = _mm256_mul_ps(_mm256_load_ps(b0 + k), gy);
-                const __m256 low = _mm256_fmadd_ps(_mm256_load_ps(a0 + k), gy, inner);
-                const __m256 mid = _mm256_fmadd_ps(_mm256_load_ps(a1 + k), fy, low);
-                const __m256 v = _mm256_fmadd_ps(_mm256_load_ps(b1 + k), fy, mid);
-                if (k + 8 <= n) {
-                    _mm256_storeu_ps(out + k, v);
-                } else {
-                    const __m256i mask = _mm256_cmpgt_epi32(
-                        _mm256_set1_epi32(int32_t(n - k)), lane_index());
-                    _mm256_maskstore_ps(out + k, mask, v);
-                }
-            }
-        }
-    }
 }

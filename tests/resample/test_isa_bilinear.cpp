@@ -1,0 +1,192 @@
+// The x86-64-v3 loops of the bilinear resize against the portable ones, bit
+// for bit: every member runs on seeded random planes over many extents, once
+// with the portable variant forced and once as dispatched, and the two
+// destinations (guard zones included) must be identical. The sources are
+// exact-size vectors, so the sanitizer build also catches reads past them.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "ej_cmc_resample.h"
+#include "guarded.h"
+#include "isa_dispatch.h"
+
+namespace {
+
+using ejtest::Guarded;
+using ejtest::random_plane;
+
+// Forces the portable variant on this thread while in scope.
+struct PortableScope {
+    PortableScope() { cmc_isa_force_portable(true); }
+    ~PortableScope() { cmc_isa_force_portable(false); }
+};
+
+template <typename T, typename Call>
+void expect_same_bits(size_t n, Call call, const std::string &what)
+{
+    Guarded<T> portable(n), fast(n);
+    uint32_t portable_status, fast_status;
+    {
+        PortableScope scope;
+        portable_status = call(portable.data());
+    }
+    fast_status = call(fast.data());
+    EXPECT_EQ(portable_status, fast_status) << what;
+    EXPECT_TRUE(ejtest::same_bits(portable.values(), fast.values())) << what;
+    EXPECT_TRUE(portable.guards_intact() && fast.guards_intact()) << what;
+}
+
+class IsaVariantsBilinear : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (cmc_isa_best() == cmc_isa::portable)
+            GTEST_SKIP() << "this CPU runs the portable variant only";
+        if (cmc_isa_selected() == cmc_isa::portable)
+            GTEST_SKIP() << "the portable variant is forced for this run";
+    }
+};
+
+struct Extents {
+    uint16_t sw, sh, dw, dh;
+};
+
+std::string describe(const Extents &e)
+{
+    return std::to_string(e.sw) + "x" + std::to_string(e.sh) + " -> " + std::to_string(e.dw) +
+           "x" + std::to_string(e.dh);
+}
+
+// Bilinear extents: small ones of every shape, strips of several hundred
+// columns, strong reductions whose source span limits the strip.
+std::vector<Extents> bilinear_extents()
+{
+    std::vector<Extents> out;
+    std::mt19937 gen(23);
+    for (int k = 0; k < 40; ++k)
+        out.push_back({uint16_t(2 + gen() % 60), uint16_t(2 + gen() % 20), uint16_t(2 + gen() % 90),
+                       uint16_t(2 + gen() % 20)});
+    out.push_back({37, 5, 1300, 3});
+    out.push_back({3000, 3, 600, 2});
+    out.push_back({9000, 2, 515, 4});
+    out.push_back({600, 4, 599, 7});
+    out.push_back({2, 2, 2, 2});
+    // Integer reductions and equal extents put whole weights on one sample.
+    out.push_back({41, 21, 21, 11});
+    out.push_back({31, 7, 11, 3});
+    out.push_back({9, 9, 9, 9});
+    out.push_back({2049, 3, 1025, 2});
+    // Reductions whose eight columns span three or four registers, or more
+    // (then gathered), over a strip boundary.
+    out.push_back({1700, 3, 560, 2});
+    out.push_back({2100, 4, 600, 3});
+    out.push_back({130, 5, 37, 3});
+    out.push_back({100, 4, 33, 3});
+    return out;
+}
+
+template <typename T, typename Resize>
+void compare_bilinear(const std::vector<Extents> &list, Resize resize, const char *name)
+{
+    uint32_t seed = 300;
+    for (const Extents &e : list) {
+        const auto src = random_plane<T>(size_t(e.sw) * e.sh, seed++);
+        for (int32_t step : {1, 3}) {
+            expect_same_bits<T>(size_t(e.dw) * e.dh * size_t(step), [&](T *dst) {
+                return resize(src.data(), e, dst, step);
+            }, std::string(name) + " step " + std::to_string(step) + " " + describe(e));
+        }
+    }
+}
+
+void compare_all_members(const std::vector<Extents> &list)
+{
+    compare_bilinear<uint8_t>(list, [](const uint8_t *src, const Extents &e, uint8_t *dst, int32_t step) {
+        return step == 1 ? resize_2d_array_uint8(src, e.sw, e.sh, dst, e.dw, e.dh)
+                         : resize_2d_array_uint8_v1(src, e.sw, e.sh, dst, e.dw, e.dh, step);
+    }, "uint8");
+    compare_bilinear<uint16_t>(list, [](const uint16_t *src, const Extents &e, uint16_t *dst, int32_t step) {
+        return step == 1 ? resize_2d_array_uint16(src, e.sw, e.sh, dst, e.dw, e.dh)
+                         : resize_2d_array_uint16_v1(src, e.sw, e.sh, dst, e.dw, e.dh, step);
+    }, "uint16");
+    // The crop: margins from the step argument (1: none; 3: 1 left, 2 right, 1 top).
+    compare_bilinear<uint16_t>(list, [](const uint16_t *src, const Extents &e, uint16_t *dst, int32_t step) {
+        const resize_crop_pair tl = {step == 1 ? 0 : 1, step == 1 ? 0 : 1};
+        const resize_crop_pair br = {step == 1 ? 0 : 2, 0};
+        return crop_resize_2d_array_uint16(src, e.sw, e.sh, tl, br, dst, e.dw, e.dh);
+    }, "crop uint16");
+    compare_bilinear<int32_t>(list, [](const int32_t *src, const Extents &e, int32_t *dst, int32_t step) {
+        return resize_2d_array_int32(src, e.sw, e.sh, dst, e.dw + step - 1, e.dh);
+    }, "int32");
+    compare_bilinear<uint32_t>(list, [](const uint32_t *src, const Extents &e, uint32_t *dst, int32_t step) {
+        return resize_2d_array_uint32(src, e.sw, e.sh, dst, e.dw + step - 1, e.dh);
+    }, "uint32");
+    compare_bilinear<float>(list, [](const float *src, const Extents &e, float *dst, int32_t step) {
+        return resize_2d_array_float(src, e.sw, e.sh, dst, uint16_t(e.dw + step - 1), e.dh);
+    }, "float");
+}
+
+
+// Reductions walked row by row, enlargements band by band (rows on one pair
+// of source rows, long bands split). Ratios from 1 to 15 put the columns of
+// a vector in one to four registers or beyond (gathered); odd widths leave
+// tails; the windows near the end of the last rows fall back to gathers.
+std::vector<Extents> reduction_extents()
+{
+    return {{200, 9, 97, 4},  {400, 9, 97, 4},   {700, 9, 101, 3}, {900, 7, 99, 3},
+            {1500, 5, 97, 3}, {50, 9, 30, 9},    {33, 17, 9, 5},   {3, 3, 2, 2},
+            {4096, 3, 1025, 2}, {97, 31, 96, 30}, {260, 6, 37, 5}, {3840, 6, 1920, 3},
+            {1280, 4, 640, 3}, {50, 9, 97, 14}, {64, 6, 300, 40}, {5, 2, 40, 300},
+            {7, 3, 61, 200},  {64, 48, 401, 300}};
+}
+
+// Halvings with whole weights (x step 512, y step a multiple of 256): the
+// even samples of a row packed into vectors, with tails and with vectors
+// ending on the last sample of the source. With the crop's margins (1 left,
+// 2 right, 1 top) {66, 10, 32, 2} and {130, 7, 64, 6} halve too.
+std::vector<Extents> halving_extents()
+{
+    return {{63, 9, 32, 5},  {129, 7, 65, 7},  {1023, 5, 512, 3}, {97, 13, 49, 4},
+            {67, 3, 34, 2},  {65, 3, 33, 2},   {33, 3, 17, 3},    {129, 2, 65, 2},
+            {66, 10, 32, 2}, {130, 7, 64, 6},  {3, 5, 2, 3},      {257, 4, 129, 4}};
+}
+
+TEST_F(IsaVariantsBilinear, AllMembers)
+{
+    compare_all_members(bilinear_extents());
+}
+
+TEST_F(IsaVariantsBilinear, Reductions)
+{
+    compare_all_members(reduction_extents());
+}
+
+TEST_F(IsaVariantsBilinear, Halvings)
+{
+    compare_all_members(halving_extents());
+}
+
+// The widest 32-bit sources: positions reach 2^32 - 4096, so lanes past the
+// last column of a vector would wrap; they must neither read outside nor
+// disturb the stored lanes.
+TEST_F(IsaVariantsBilinear, WidestThirtyTwoBitRows)
+{
+    constexpr int32_t sw = int32_t(1) << 20;
+    const auto s = random_plane<int32_t>(size_t(sw) * 2, 77);
+    const auto u = random_plane<uint32_t>(size_t(sw) * 2, 78);
+    for (int32_t dw : {2, 3, 9, 13}) {
+        const std::string what = "width " + std::to_string(dw);
+        expect_same_bits<int32_t>(size_t(dw) * 2, [&](int32_t *dst) {
+            return resize_2d_array_int32(s.data(), sw, 2, dst, dw, 2);
+        }, "int32 " + what);
+        expect_same_bits<uint32_t>(size_t(dw) * 3, [&](uint32_t *dst) {
+            return resize_2d_array_uint32(u.data(), sw, 2, dst, dw, 3);
+        }, "uint32 " + what);
+    }
+}
+
+} // namespace
