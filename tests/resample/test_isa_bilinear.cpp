@@ -11,55 +11,18 @@
 #include <vector>
 
 #include "ej_cmc_resample.h"
-#include "guarded.h"
-#include "isa_dispatch.h"
+#include "isa_compare.h"
 
 namespace {
 
+using ejtest::describe;
+using ejtest::expect_same_bits;
+using ejtest::Extents;
 using ejtest::Guarded;
 using ejtest::random_plane;
 
-// Forces the portable variant on this thread while in scope.
-struct PortableScope {
-    PortableScope() { cmc_isa_force_portable(true); }
-    ~PortableScope() { cmc_isa_force_portable(false); }
-};
+class IsaVariantsBilinear : public ejtest::IsaVariantsTest {};
 
-template <typename T, typename Call>
-void expect_same_bits(size_t n, Call call, const std::string &what)
-{
-    Guarded<T> portable(n), fast(n);
-    uint32_t portable_status, fast_status;
-    {
-        PortableScope scope;
-        portable_status = call(portable.data());
-    }
-    fast_status = call(fast.data());
-    EXPECT_EQ(portable_status, fast_status) << what;
-    EXPECT_TRUE(ejtest::same_bits(portable.values(), fast.values())) << what;
-    EXPECT_TRUE(portable.guards_intact() && fast.guards_intact()) << what;
-}
-
-class IsaVariantsBilinear : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (cmc_isa_best() == cmc_isa::portable)
-            GTEST_SKIP() << "this CPU runs the portable variant only";
-        if (cmc_isa_selected() == cmc_isa::portable)
-            GTEST_SKIP() << "the portable variant is forced for this run";
-    }
-};
-
-struct Extents {
-    uint16_t sw, sh, dw, dh;
-};
-
-std::string describe(const Extents &e)
-{
-    return std::to_string(e.sw) + "x" + std::to_string(e.sh) + " -> " + std::to_string(e.dw) +
-           "x" + std::to_string(e.dh);
-}
 
 // Bilinear extents: small ones of every shape, strips of several hundred
 // columns, strong reductions whose source span limits the strip.

@@ -14,58 +14,18 @@
 #include <vector>
 
 #include "ej_cmc_resample.h"
-#include "guarded.h"
-#include "isa_dispatch.h"
+#include "isa_compare.h"
 
 namespace {
 
+using ejtest::describe;
+using ejtest::expect_same_bits;
+using ejtest::Extents;
 using ejtest::Guarded;
 using ejtest::random_plane;
 
-// Forces the portable variant on this thread while in scope.
-struct PortableScope {
-    PortableScope() { cmc_isa_force_portable(true); }
-    ~PortableScope() { cmc_isa_force_portable(false); }
-};
+class IsaVariantsNearestArea : public ejtest::IsaVariantsTest {};
 
-// Runs call(dst) on a guarded destination of n elements on both variants;
-// expects equal statuses and equal bytes, guard zones included.
-template <typename T, typename Call>
-void expect_same_bits(size_t n, Call call, const std::string &what)
-{
-    Guarded<T> portable(n), fast(n);
-    uint32_t portable_status, fast_status;
-    {
-        PortableScope scope;
-        portable_status = call(portable.data());
-    }
-    fast_status = call(fast.data());
-    EXPECT_EQ(portable_status, fast_status) << what;
-    const std::vector<T> a = portable.values(), b = fast.values();
-    EXPECT_TRUE(ejtest::same_bits(a, b)) << what;
-    EXPECT_TRUE(portable.guards_intact() && fast.guards_intact()) << what;
-}
-
-class IsaVariantsNearestArea : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (cmc_isa_best() == cmc_isa::portable)
-            GTEST_SKIP() << "this CPU runs the portable variant only";
-        if (cmc_isa_selected() == cmc_isa::portable)
-            GTEST_SKIP() << "the portable variant is forced for this run";
-    }
-};
-
-struct Extents {
-    uint16_t sw, sh, dw, dh;
-};
-
-std::string describe(const Extents &e)
-{
-    return std::to_string(e.sw) + "x" + std::to_string(e.sh) + " -> " + std::to_string(e.dw) +
-           "x" + std::to_string(e.dh);
-}
 
 // Both area kernels on one source pair, whole plane or region.
 void compare_area(const Extents &e, const std::vector<float> &f, const std::vector<uint16_t> &u16,
