@@ -33,7 +33,7 @@ namespace {
 // Output columns per strip of the 8- and 16-bit walk: wide enough that most
 // rows are walked in a few strips (the memory walk of narrow strips costs
 // more than their computation), narrow enough for the strip tables to stay
-// within about 25 KiB of stack.
+// within about 30 KiB of stack.
 constexpr uint32_t kStripColumns = 1024;
 
 
@@ -75,6 +75,8 @@ struct strip {
     uint32_t n;      // columns in the strip
     uint32_t vector; // n rounded up to whole vectors
 };
+
+static_assert(sizeof(strip) <= 30 * 1024, "the strip tables live on the stack");
 
 void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step)
 {
