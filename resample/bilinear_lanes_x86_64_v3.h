@@ -90,6 +90,30 @@ EJ_BILINEAR_INLINE bool halving_lanes(__m256i rel0, __m256i rel1)
     return _mm256_movemask_epi8(same) == -1;
 }
 
+// The pairs (row0[rel0], row0[rel1]) and (row1[rel0], row1[rel1]) of eight
+// lanes from windows at row0 and row1 (relative indices, rel0 <= rel1, within
+// the R registers the caller has checked to be readable on both rows).
+// Halving columns split a window into its even and odd elements; otherwise
+// the bound R on the span is for the worst vector, and most need a register
+// less (the last lane's upper sample decides). Every path hands a lane the
+// elements at its indices.
+template <int R, typename T>
+EJ_BILINEAR_INLINE void window_rows(const T *row0, const T *row1, __m256i rel0, __m256i rel1,
+                                    __m256i &s00, __m256i &s01, __m256i &s10, __m256i &s11)
+{
+    constexpr int Fewer = R > 1 ? R - 1 : 1;
+    if (R > 1 && halving_lanes(rel0, rel1)) {
+        even_odd16(row0, s00, s01);
+        even_odd16(row1, s10, s11);
+    } else if (R > 1 && _mm256_extract_epi32(rel1, 7) < 8 * Fewer) {
+        window_pair<Fewer>(row0, rel0, rel1, s00, s01);
+        window_pair<Fewer>(row1, rel0, rel1, s10, s11);
+    } else {
+        window_pair<R>(row0, rel0, rel1, s00, s01);
+        window_pair<R>(row1, rel0, rel1, s10, s11);
+    }
+}
+
 } // namespace
 
 #endif /* EJ_RESAMPLE_BILINEAR_LANES_X86_64_V3_H */

@@ -69,23 +69,10 @@ EJ_BILINEAR_INLINE void float_products8(const float_row_geometry &g, __m256i j, 
     const int32_t base = _mm256_cvtsi256_si32(i0);
     if (Registers != 0 && size_t(base) + 8 * size_t(Registers) <= g.readable) {
         constexpr int R = Registers == 0 ? 1 : Registers;
-        constexpr int Fewer = R > 1 ? R - 1 : 1;
         const __m256i b = _mm256_set1_epi32(base);
-        const __m256i rel0 = _mm256_sub_epi32(i0, b), rel1 = _mm256_sub_epi32(i1, b);
         __m256i a, c, d, e;
-        // Halving columns split a window into its even and odd elements;
-        // otherwise the bound on the span is for the worst vector, and most
-        // need a register less (the last lane's upper sample decides).
-        if (R > 1 && halving_lanes(rel0, rel1)) {
-            even_odd16(g.row0 + base, a, c);
-            even_odd16(g.row1 + base, d, e);
-        } else if (R > 1 && _mm256_extract_epi32(rel1, 7) < 8 * Fewer) {
-            window_pair<Fewer>(g.row0 + base, rel0, rel1, a, c);
-            window_pair<Fewer>(g.row1 + base, rel0, rel1, d, e);
-        } else {
-            window_pair<R>(g.row0 + base, rel0, rel1, a, c);
-            window_pair<R>(g.row1 + base, rel0, rel1, d, e);
-        }
+        window_rows<R>(g.row0 + base, g.row1 + base, _mm256_sub_epi32(i0, b), _mm256_sub_epi32(i1, b),
+                       a, c, d, e);
         s00 = _mm256_castsi256_ps(a);
         s01 = _mm256_castsi256_ps(c);
         s10 = _mm256_castsi256_ps(d);

@@ -74,21 +74,9 @@ EJ_BILINEAR_INLINE void wide_samples8(const wide_row_geometry &g, __m256i lower,
     const int32_t base = _mm256_cvtsi256_si32(lower);
     if (Registers != 0 && size_t(base) + 8 * size_t(Registers) <= g.readable) {
         constexpr int R = Registers == 0 ? 1 : Registers;
-        constexpr int Fewer = R > 1 ? R - 1 : 1;
         const __m256i rel = _mm256_sub_epi32(lower, _mm256_set1_epi32(base));
-        const __m256i rel1 = _mm256_add_epi32(rel, one);
-        // The bound on the span is for the worst vector; most need a
-        // register less (the last lane's upper sample decides).
-        if (R > 1 && halving_lanes(rel, rel1)) {
-            even_odd16(g.row0 + base, s00, s01);
-            even_odd16(g.row1 + base, s10, s11);
-        } else if (R > 1 && _mm256_extract_epi32(rel1, 7) < 8 * Fewer) {
-            window_pair<Fewer>(g.row0 + base, rel, rel1, s00, s01);
-            window_pair<Fewer>(g.row1 + base, rel, rel1, s10, s11);
-        } else {
-            window_pair<R>(g.row0 + base, rel, rel1, s00, s01);
-            window_pair<R>(g.row1 + base, rel, rel1, s10, s11);
-        }
+        window_rows<R>(g.row0 + base, g.row1 + base, rel, _mm256_add_epi32(rel, one), s00, s01,
+                       s10, s11);
     } else {
         const int *r0 = reinterpret_cast<const int *>(g.row0);
         const int *r1 = reinterpret_cast<const int *>(g.row1);
@@ -162,6 +150,21 @@ void wide_direct_row(const wide_row_geometry &g, uint32_t *out, uint32_t dst_wid
     _mm256_maskstore_epi32(reinterpret_cast<int *>(out + ox), mask, wide_direct8<Signed, Registers>(g, pos));
 }
 
+// Output rows on source rows y0 and y0 + 1 with row weight wy1 (no
+// prefetch of a next row yet).
+inline wide_row_geometry row_pair(const uint32_t *src, size_t src_stride, size_t src_elements,
+                                  uint32_t y0, uint32_t x_step, uint32_t wy1)
+{
+    wide_row_geometry g;
+    g.row0 = src + size_t(y0) * src_stride;
+    g.row1 = g.row0 + src_stride;
+    g.readable = src_elements - (size_t(y0) + 1) * src_stride;
+    g.x_step = x_step;
+    g.wy1 = wy1;
+    g.ahead = 0;
+    return g;
+}
+
 // Registers of the window of eight consecutive columns (0: gather): they
 // span at most (7 * x_step >> 12) + 1 source columns from the first lower
 // index to the last, plus the upper one.
@@ -181,13 +184,7 @@ void wide_direct_walk(const uint32_t *src, size_t src_stride, size_t src_element
     for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
         uint32_t y0, wy1;
         axis_rule12(pos_y, y0, wy1);
-        wide_row_geometry g;
-        g.row0 = src + size_t(y0) * src_stride;
-        g.row1 = g.row0 + src_stride;
-        g.readable = src_elements - (size_t(y0) + 1) * src_stride;
-        g.x_step = x_step;
-        g.wy1 = wy1;
-        g.ahead = 0;
+        wide_row_geometry g = row_pair(src, src_stride, src_elements, y0, x_step, wy1);
         if (oy + 1 < dst_height) {
             uint32_t next, unused;
             axis_rule12(pos_y + y_step, next, unused);
@@ -280,13 +277,7 @@ void wide_band_walk(const uint32_t *src, size_t src_stride, size_t src_elements,
             if (lower != y0)
                 break;
         }
-        wide_row_geometry g;
-        g.row0 = src + size_t(y0) * src_stride;
-        g.row1 = g.row0 + src_stride;
-        g.readable = src_elements - (size_t(y0) + 1) * src_stride;
-        g.x_step = x_step;
-        g.wy1 = wy1;
-        g.ahead = 0;
+        wide_row_geometry g = row_pair(src, src_stride, src_elements, y0, x_step, wy1);
         uint32_t *out = dst + size_t(oy) * dst_width;
         switch (registers) {
         case 0: wide_band<Signed, 0>(g, y_step, rows, out, dst_width); break;

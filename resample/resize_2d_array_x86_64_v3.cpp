@@ -15,7 +15,9 @@
 // None allocates. Where the samples of eight columns lie within a few
 // registers of a row they are loaded whole and permuted into the lanes;
 // elsewhere they are gathered (or read one by one near the end of the
-// source). Both hand every lane the same sample. No inline function with
+// source); 8-bit strips whose columns lie within sixteen bytes per eight
+// columns spread those bytes into 16-bit lanes with byte shuffles instead.
+// All hand every lane the same sample. No inline function with
 // external linkage is called from here (see bicubic_math.h for why).
 #include <immintrin.h>
 
@@ -31,7 +33,7 @@ namespace {
 // Output columns per strip of the 8- and 16-bit walk: wide enough that most
 // rows are walked in a few strips (the memory walk of narrow strips costs
 // more than their computation), narrow enough for the strip tables to stay
-// within about 25 KiB of stack.
+// within about 30 KiB of stack.
 constexpr uint32_t kStripColumns = 1024;
 
 
@@ -60,11 +62,21 @@ struct strip {
     // for the pairs, over the picks for whole weights.
     int32_t pair_registers[kStripColumns / 8];
     int32_t pick_registers[kStripColumns / 8];
+    // 8-bit samples, sixteen columns per vector (see bytes_h16): byte k of
+    // column k's 16-bit lane (the first of the pair) is the index of S[x0]
+    // among the sixteen bytes read for its half of the vector (0x80, which
+    // zeroes, for the second); wx1 in 16 bits; whether the columns of the
+    // vector fit in those bytes.
+    alignas(32) int8_t shuffle[2 * kStripColumns];
+    alignas(32) int16_t wx1_16[kStripColumns];
+    bool bytes_fit[kStripColumns / 16];
     bool whole_weights;
     int64_t row[2];
     uint32_t n;      // columns in the strip
     uint32_t vector; // n rounded up to whole vectors
 };
+
+static_assert(sizeof(strip) <= 30 * 1024, "the strip tables live on the stack");
 
 void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step)
 {
@@ -91,6 +103,18 @@ void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start,
             x1[m] = x0[m] + 1;
         s.pair_registers[v] = window_registers(x0, x1, x0[0]);
         s.pick_registers[v] = window_registers(s.pick + 8 * v, s.pick + 8 * v, s.pick[8 * v]);
+    }
+    for (uint32_t v = 0; v < s.vector / 16; ++v) {
+        bool fit = true;
+        for (uint32_t m = 0; m < 16; ++m) {
+            const uint32_t k = 16 * v + m;
+            const int32_t rel = s.x0[k] - s.x0[16 * v + (m & 8)];
+            fit = fit && rel + 1 < 16;
+            s.shuffle[2 * k] = int8_t(rel + 1 < 16 ? rel : 0);
+            s.shuffle[2 * k + 1] = int8_t(0x80);
+            s.wx1_16[k] = int16_t(s.wx1[k]);
+        }
+        s.bytes_fit[v] = fit;
     }
 }
 
@@ -138,33 +162,68 @@ inline void put_h8(const uint8_t *, uint32_t *h, uint32_t k, __m256i sum)
     _mm_store_si128(reinterpret_cast<__m128i *>(h) + k / 8, _mm256_castsi256_si128(packed));
 }
 
-// H of one source row at every column of the strip. `readable` is the number
-// of source elements from `row` to the end of the source.
+// H of one source row at columns k ... k + 7. `readable` is the number of
+// source elements from `row` to the end of the source.
+template <typename T>
+inline void horizontal8(const strip &s, const T *row, size_t readable, uint32_t *h, uint32_t k)
+{
+    const size_t samples_read = wide_read_bytes(row) / sizeof(T);
+    __m256i lo, hi;
+    const int32_t registers = s.pair_registers[k / 8];
+    if (window_fits(registers, s.x0[k], readable)) {
+        const __m256i rel = _mm256_sub_epi32(load8(s.x0 + k), _mm256_set1_epi32(s.x0[k]));
+        window_pair(registers, row + s.x0[k], rel, _mm256_add_epi32(rel, _mm256_set1_epi32(1)),
+                    lo, hi);
+    } else if (size_t(s.x0[k + 7]) + samples_read <= readable) {
+        // The last column of the vector reads the most.
+        pairs8(row, load8(s.x0 + k), lo, hi);
+    } else {
+        alignas(32) int32_t v[8];
+        for (uint32_t m = 0; m < 8; ++m)
+            v[m] = int32_t(uint32_t(row[s.x0[k + m]]) * uint32_t(s.wx0[k + m]) +
+                           uint32_t(row[s.x0[k + m] + 1]) * uint32_t(s.wx1[k + m]));
+        put_h8(row, h, k, load8(v));
+        return;
+    }
+    const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(lo, load8(s.wx0 + k)),
+                                         _mm256_mullo_epi32(hi, load8(s.wx1 + k)));
+    put_h8(row, h, k, sum);
+}
+
+// 8-bit samples, columns k ... k + 15 whose halves each lie within sixteen
+// bytes from their first lower index (both readable): the bytes are spread
+// into 16-bit lanes by the strip's shuffles (the upper sample's index is one
+// more, and 0x80 + 1 still zeroes). H = S[x0] * wx0 + S[x0 + 1] * wx1 is at
+// most 255 * 256, so the 16-bit products and their sum, taken modulo 2^16,
+// are exact; H - 32768 is H with its top bit flipped, stored as put_h8 does.
+inline void bytes_h16(const strip &s, const uint8_t *row, uint32_t *h, uint32_t k)
+{
+    const __m256i bytes = _mm256_inserti128_si256(
+        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k]))),
+        _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k + 8])), 1);
+    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.shuffle + 2 * k));
+    const __m256i lo = _mm256_shuffle_epi8(bytes, shuffle);
+    const __m256i hi = _mm256_shuffle_epi8(bytes, _mm256_add_epi8(shuffle, _mm256_set1_epi8(1)));
+    const __m256i wx1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.wx1_16 + k));
+    const __m256i wx0 = _mm256_sub_epi16(_mm256_set1_epi16(256), wx1);
+    const __m256i sum = _mm256_add_epi16(_mm256_mullo_epi16(lo, wx0), _mm256_mullo_epi16(hi, wx1));
+    _mm256_store_si256(reinterpret_cast<__m256i *>(h) + k / 16,
+                       _mm256_xor_si256(sum, _mm256_set1_epi16(int16_t(0x8000))));
+}
+
+// H of one source row at every column of the strip; `readable` as above.
 template <typename T>
 void horizontal_row(const strip &s, const T *row, size_t readable, uint32_t *h)
 {
-    const size_t samples_read = wide_read_bytes(row) / sizeof(T);
-    for (uint32_t k = 0; k < s.vector; k += 8) {
-        __m256i lo, hi;
-        const int32_t registers = s.pair_registers[k / 8];
-        if (window_fits(registers, s.x0[k], readable)) {
-            const __m256i rel = _mm256_sub_epi32(load8(s.x0 + k), _mm256_set1_epi32(s.x0[k]));
-            window_pair(registers, row + s.x0[k], rel, _mm256_add_epi32(rel, _mm256_set1_epi32(1)),
-                        lo, hi);
-        } else if (size_t(s.x0[k + 7]) + samples_read <= readable) {
-            // The last column of the vector reads the most.
-            pairs8(row, load8(s.x0 + k), lo, hi);
-        } else {
-            alignas(32) int32_t v[8];
-            for (uint32_t m = 0; m < 8; ++m)
-                v[m] = int32_t(uint32_t(row[s.x0[k + m]]) * uint32_t(s.wx0[k + m]) +
-                               uint32_t(row[s.x0[k + m] + 1]) * uint32_t(s.wx1[k + m]));
-            put_h8(row, h, k, load8(v));
-            continue;
+    for (uint32_t k = 0; k < s.vector; k += 16) {
+        if constexpr (sizeof(T) == 1) {
+            if (s.bytes_fit[k / 16] && size_t(s.x0[k + 8]) + 16 <= readable) {
+                bytes_h16(s, row, h, k);
+                continue;
+            }
         }
-        const __m256i sum = _mm256_add_epi32(_mm256_mullo_epi32(lo, load8(s.wx0 + k)),
-                                             _mm256_mullo_epi32(hi, load8(s.wx1 + k)));
-        put_h8(row, h, k, sum);
+        horizontal8(s, row, readable, h, k);
+        horizontal8(s, row, readable, h, k + 8);
     }
 }
 

@@ -118,6 +118,23 @@ std::vector<Extents> halving_extents()
             {66, 10, 32, 2}, {130, 7, 64, 6},  {3, 5, 2, 3},      {257, 4, 129, 4}};
 }
 
+// 8-bit strips, sixteen columns per vector from byte shuffles: steps whose
+// eight columns span just under, at and just over sixteen bytes (some
+// vectors fit, their neighbours do not), enlargements over two strips, and
+// the last rows, where sixteen bytes from a vector's second half would run
+// past the source.
+std::vector<Extents> byte_shuffle_extents()
+{
+    return {{201, 5, 100, 3},  {190, 6, 100, 4},  {1900, 3, 1000, 2}, {3000, 4, 1600, 3},
+            {1000, 4, 1999, 5}, {17, 3, 40, 5},    {30, 2, 59, 2},     {2047, 3, 1100, 2},
+            {24, 3, 13, 2},     {23, 4, 12, 3}};
+}
+
+TEST_F(IsaVariantsBilinear, ByteShuffles)
+{
+    compare_all_members(byte_shuffle_extents());
+}
+
 TEST_F(IsaVariantsBilinear, AllMembers)
 {
     compare_all_members(bilinear_extents());
