@@ -25,8 +25,10 @@ inline uint32_t exact_index(uint32_t k, float ratio, uint32_t last)
     return i < last ? i : last;
 }
 
-// Outputs per strip: their picked columns are tabled on the stack.
-constexpr uint32_t kBlockStripColumns = 1024;
+// Outputs per strip: their picked columns are tabled on the stack (8 KiB).
+// A strip as wide as a 4K row lets the column maxima walk whole source rows,
+// one contiguous stream per row, instead of revisiting every row per strip.
+constexpr uint32_t kBlockStripColumns = 2048;
 
 // Maximum of 0 and the samples in rows y_begin ... y_end - 1 and columns
 // x_begin ... x_end - 1 (an empty range gives 0).
@@ -123,12 +125,13 @@ constexpr uint32_t kMaxColumns = 4096;
 
 // Block maxima of one strip of outputs: n outputs whose columns (the picked
 // source column of each) are columns[0 ... n - 1], the output before the
-// strip having picked column prev_x. A maximum is associative and
+// strip having picked column prev_x; the table is turned into the blocks'
+// ends in place. A maximum is associative and
 // commutative, so each output row's blocks are taken in two passes that
 // read every source sample once: the maximum of 0 and each column down the
 // band's rows, then the maximum of those across each output's columns.
 void block_max_strip(const int32_t *src, int32_t *dst, size_t stride, uint32_t dst_width,
-                     uint32_t dst_height, const uint32_t *columns, uint32_t n, uint32_t prev_x,
+                     uint32_t dst_height, uint32_t *columns, uint32_t n, uint32_t prev_x,
                      float ratio_y, uint32_t last_row)
 {
     if (n == 0)
@@ -138,7 +141,7 @@ void block_max_strip(const int32_t *src, int32_t *dst, size_t stride, uint32_t d
     const uint32_t lo = prev_x + 1;
     const uint32_t span = columns[n - 1] + 1 > lo ? columns[n - 1] + 1 - lo : 0;
     // End of every output's block, relative to lo (the columns grow with k).
-    uint32_t ends[kBlockStripColumns];
+    uint32_t *const ends = columns;
     for (uint32_t k = 0; k < n; ++k)
         ends[k] = columns[k] - prev_x;
     const strip_shape shape = shape_of(ends, n);

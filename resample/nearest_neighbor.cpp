@@ -56,27 +56,41 @@ inline uint32_t tolerant_index(uint32_t k, float ratio, uint32_t last)
 // kernels allocate nothing), instead of once per output sample.
 constexpr uint32_t kStripColumns = 1024;
 
-// Output rows moved together at most by pick_singles() and pick_triples().
+// Output rows moved together at most by walk_rows().
 constexpr uint32_t kRowGroup = 4;
 
-// The rows of one strip of pick_singles() and pick_triples() (pixels of
-// Pixel elements): output row oy reads source row
-// row_of(oy) (an element offset). An output row that reads the same source
-// row as the previous one equals it, so it is copied from there; up to
-// kRowGroup neighbouring output rows that read different source rows are
-// moved together (several streams from memory at a time):
-// move(outs, rows, count) moves the strips of count rows (rows increasing).
-template <size_t Pixel, typename T, typename RowOf, typename Move>
-void walk_rows(T *dst, uint32_t dst_width, uint32_t dst_height, uint32_t x0, uint32_t n,
-               RowOf row_of, Move move)
+// Strips of output columns: strip(x0, n, table) handles outputs x0 ...
+// x0 + n - 1, table[k] holding column_of(x0 + k) (an element offset).
+template <typename ColumnOf, typename Strip>
+void for_each_strip(uint32_t dst_width, ColumnOf column_of, Strip strip)
 {
-    const size_t dst_row = size_t(dst_width) * Pixel;
+    size_t table[kStripColumns];
+    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
+        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
+        for (uint32_t k = 0; k < n; ++k)
+            table[k] = column_of(x0 + k);
+        strip(x0, n, table);
+    }
+}
+
+// The rows of one strip of n outputs (pixels of `pixel` elements): output
+// row oy reads source row row_of(oy) (an element offset). An output row that
+// reads the same source row as the previous one equals it, so it is copied
+// from there; up to kRowGroup neighbouring output rows that read
+// different source rows are moved together (several streams from memory at
+// a time): move(outs, rows, count) moves the strips of count rows (rows
+// increasing).
+template <typename T, typename RowOf, typename Move>
+void walk_rows(T *dst, uint32_t dst_width, uint32_t dst_height, size_t pixel, uint32_t x0,
+               uint32_t n, RowOf row_of, Move move)
+{
+    const size_t dst_row = size_t(dst_width) * pixel;
     size_t previous = SIZE_MAX;
     for (uint32_t oy = 0; oy < dst_height;) {
         const size_t row = row_of(oy);
-        T *out = dst + size_t(oy) * dst_row + size_t(x0) * Pixel;
+        T *out = dst + size_t(oy) * dst_row + size_t(x0) * pixel;
         if (row == previous) {
-            std::memcpy(out, out - dst_row, size_t(n) * Pixel * sizeof(T));
+            std::memcpy(out, out - dst_row, size_t(n) * pixel * sizeof(T));
             ++oy;
             continue;
         }
@@ -97,34 +111,23 @@ void walk_rows(T *dst, uint32_t dst_width, uint32_t dst_height, uint32_t x0, uin
 }
 
 // The plain walk of the picking kernels (interleaved pixels other than one or
-// three elements): output row oy reads source row row_of(oy) (an element
-// offset), output column ox of the strip reads element column_of(ox) of that
-// row; copy(out, in) moves one pixel. An output row that reads the same
-// source row as the previous one equals it, so it is copied from there.
+// three elements): output column ox of a strip reads element column_of(ox)
+// of its row; copy(out, in) moves one pixel.
 template <typename T, typename RowOf, typename ColumnOf, typename Copy>
 void pick(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, size_t pixel,
           RowOf row_of, ColumnOf column_of, Copy copy)
 {
-    size_t table[kStripColumns];
-    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
-        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
-        for (uint32_t k = 0; k < n; ++k)
-            table[k] = column_of(x0 + k);
-        const size_t dst_row = size_t(dst_width) * pixel;
-        size_t previous = SIZE_MAX;
-        for (uint32_t oy = 0; oy < dst_height; ++oy) {
-            const size_t row = row_of(oy);
-            T *out = dst + size_t(oy) * dst_row + size_t(x0) * pixel;
-            if (row == previous) {
-                std::memcpy(out, out - dst_row, size_t(n) * pixel * sizeof(T));
-                continue;
-            }
-            previous = row;
-            const T *line = src + row;
-            for (uint32_t k = 0; k < n; ++k, out += pixel)
-                copy(out, line + table[k]);
-        }
-    }
+    for_each_strip(dst_width, column_of, [&](uint32_t x0, uint32_t n, const size_t *table) {
+        walk_rows(dst, dst_width, dst_height, pixel, x0, n, row_of,
+                  [&](T *const *outs, const size_t *rows, uint32_t count) {
+                      for (uint32_t r = 0; r < count; ++r) {
+                          T *out = outs[r];
+                          const T *line = src + rows[r];
+                          for (uint32_t k = 0; k < n; ++k, out += pixel)
+                              copy(out, line + table[k]);
+                      }
+                  });
+    });
 }
 
 // Strips of R output rows of one-element pixels.
@@ -198,36 +201,69 @@ void move_strided(const T *src, size_t first, uint32_t n, T *const *outs, const 
     }
 }
 
+// Whether every source column of a strip is read by exactly two
+// neighbouring outputs, in order (table[k] == table[0] + k / 2): the
+// enlargements by two.
+inline bool doubled_columns(const size_t *table, uint32_t n)
+{
+    if (n < 2)
+        return false;
+    for (uint32_t k = 0; k < n; ++k)
+        if (table[k] != table[0] + k / 2)
+            return false;
+    return true;
+}
+
+// The strips of count rows of such a strip: each source sample is stored
+// twice, which the compiler vectorises (no gathered loads).
+template <typename T>
+void move_doubled(const T *src, size_t first, uint32_t n, T *const *outs, const size_t *rows,
+                  uint32_t count)
+{
+    for (uint32_t r = 0; r < count; ++r) {
+        T *out = outs[r];
+        const T *line = src + rows[r] + first;
+        for (uint32_t j = 0; j < n / 2; ++j) {
+            const T value = line[j];
+            out[2 * j] = value;
+            out[2 * j + 1] = value;
+        }
+        if (n % 2 != 0)
+            out[n - 1] = line[n / 2];
+    }
+}
+
 // pick() for pixels of one element, several output rows at a time.
 template <typename T, typename RowOf, typename ColumnOf>
 void pick_singles(const T *src, T *dst, uint32_t dst_width, uint32_t dst_height, RowOf row_of,
                   ColumnOf column_of)
 {
-    size_t table[kStripColumns];
-    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
-        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
-        for (uint32_t k = 0; k < n; ++k)
-            table[k] = column_of(x0 + k);
+    for_each_strip(dst_width, column_of, [&](uint32_t x0, uint32_t n, const size_t *table) {
         // 16-bit samples gain from the strided loads; 32-bit ones measured
         // no faster than the table's picks.
         const uint32_t step = sizeof(T) == 2 ? column_step(table, n) : 0;
-        walk_rows<1>(dst, dst_width, dst_height, x0, n, row_of,
-                     [&](T *const *outs, const size_t *rows, uint32_t count) {
-                         switch (step) {
-                         case 1: move_strided<1>(src, table[0], n, outs, rows, count); return;
-                         case 2: move_strided<2>(src, table[0], n, outs, rows, count); return;
-                         case 3: move_strided<3>(src, table[0], n, outs, rows, count); return;
-                         case 4: move_strided<4>(src, table[0], n, outs, rows, count); return;
-                         default: break;
-                         }
-                         switch (count) {
-                         case 1: move_singles<1>(src, table, n, outs, rows); break;
-                         case 2: move_singles<2>(src, table, n, outs, rows); break;
-                         case 3: move_singles<3>(src, table, n, outs, rows); break;
-                         default: move_singles<4>(src, table, n, outs, rows); break;
-                         }
-                     });
-    }
+        const bool doubled = step == 0 && doubled_columns(table, n);
+        walk_rows(dst, dst_width, dst_height, 1, x0, n, row_of,
+                  [&](T *const *outs, const size_t *rows, uint32_t count) {
+                      if (doubled) {
+                          move_doubled(src, table[0], n, outs, rows, count);
+                          return;
+                      }
+                      switch (step) {
+                      case 1: move_strided<1>(src, table[0], n, outs, rows, count); return;
+                      case 2: move_strided<2>(src, table[0], n, outs, rows, count); return;
+                      case 3: move_strided<3>(src, table[0], n, outs, rows, count); return;
+                      case 4: move_strided<4>(src, table[0], n, outs, rows, count); return;
+                      default: break;
+                      }
+                      switch (count) {
+                      case 1: move_singles<1>(src, table, n, outs, rows); break;
+                      case 2: move_singles<2>(src, table, n, outs, rows); break;
+                      case 3: move_singles<3>(src, table, n, outs, rows); break;
+                      default: move_singles<4>(src, table, n, outs, rows); break;
+                      }
+                  });
+    });
 }
 
 // Strips of R output rows of three-channel pixels: outputs 0 ... wide - 1
@@ -269,11 +305,7 @@ template <typename RowOf, typename ColumnOf>
 void pick_triples(const int32_t *src, size_t src_elements, int32_t *dst, uint32_t dst_width,
                   uint32_t dst_height, RowOf row_of, ColumnOf column_of)
 {
-    size_t table[kStripColumns];
-    for (uint32_t x0 = 0; x0 < dst_width; x0 += kStripColumns) {
-        const uint32_t n = dst_width - x0 < kStripColumns ? dst_width - x0 : kStripColumns;
-        for (uint32_t k = 0; k < n; ++k)
-            table[k] = column_of(x0 + k);
+    for_each_strip(dst_width, column_of, [&](uint32_t x0, uint32_t n, const size_t *table) {
         // Outputs 0 ... wide(row) - 1 of a row are moved as blocks (the
         // columns grow with k, the rows with the output row).
         const auto wide = [&](size_t row) {
@@ -282,7 +314,7 @@ void pick_triples(const int32_t *src, size_t src_elements, int32_t *dst, uint32_
                 --w;
             return w;
         };
-        walk_rows<3>(dst, dst_width, dst_height, x0, n, row_of,
+        walk_rows(dst, dst_width, dst_height, 3, x0, n, row_of,
                   [&](int32_t *const *outs, const size_t *rows, uint32_t count) {
                       switch (count) {
                       case 1: move_triples<1>(src, table, n, wide(rows[0]), outs, rows); break;
@@ -291,7 +323,7 @@ void pick_triples(const int32_t *src, size_t src_elements, int32_t *dst, uint32_
                       default: move_triples<4>(src, table, n, wide(rows[3]), outs, rows); break;
                       }
                   });
-    }
+    });
 }
 
 } // namespace

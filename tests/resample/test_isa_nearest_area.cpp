@@ -165,7 +165,7 @@ std::vector<int32_t> block_max_ref(const std::vector<int32_t> &src, uint32_t sw,
     return out;
 }
 
-// Strips of outputs end at 1024 outputs or when their blocks would span more
+// Strips of outputs end at 2048 outputs or when their blocks would span more
 // than 4096 source columns; a single block wider than that is taken on its
 // own. Blocks of a strip may all be one to four columns wide, at most one
 // column, or neither. Random samples check the maximum's floor of 0; ramps rising and
@@ -179,7 +179,9 @@ TEST(NearestNeighborBlockMaximum, StripsMatchTheRule)
                               {7, 9, 5, 4},       {2, 2, 2100, 3},    {33, 17, 8, 5},
                               // Bands of 1 ... 10 rows (taken three, two and one at a time).
                               {40, 31, 7, 3},     {30, 17, 6, 4},     {12, 20, 5, 4},
-                              {9, 12, 4, 4},      {300, 6, 100, 3}};
+                              {9, 12, 4, 4},      {300, 6, 100, 3},
+                              // Strips of 2048 outputs, or fewer at 4096 columns.
+                              {4200, 3, 2100, 3}, {2100, 3, 4100, 3}, {6000, 2, 2049, 2}};
     uint32_t seed = 1300;
     for (const Extents &e : shapes) {
         const size_t n = size_t(e.sw) * e.sh;
@@ -260,6 +262,58 @@ TEST(NearestNeighborUint16, StridedRowsMatchTheRule)
                                                                    e.dh);
                   }),
                   expected)
+            << describe(e);
+    }
+}
+
+// 32-bit picks of the uint32 kernel (16.16 rule) and of the int32 kernel
+// without the maximum (1-based rule, exact integral test), against the
+// kernels' moves: enlargements by two (each column stored twice, strips
+// starting at an even or odd output, an odd last output), strided and table
+// picks, in groups of one to four rows.
+TEST(NearestNeighborWords, PicksMatchTheRule)
+{
+    const Extents shapes[] = {{1920, 5, 3840, 9}, {3, 2, 5, 3},      {1025, 3, 2049, 4},
+                              {2, 2, 4, 4},       {700, 4, 1400, 7}, {64, 48, 1100, 7},
+                              {3840, 9, 1280, 3}, {9, 31, 4, 30},    {2100, 5, 2090, 4}};
+    uint32_t seed = 2500;
+    for (const Extents &e : shapes) {
+        const auto src = random_plane<int32_t>(size_t(e.sw) * e.sh, seed++);
+        const auto step_index = [](uint32_t s, uint32_t d, uint32_t k) {
+            const uint64_t step = (uint64_t(s) << 16) / d + 1;
+            return uint32_t(std::min<uint64_t>((uint64_t(k) * step) >> 16, s - 1));
+        };
+        const auto exact_index = [](uint32_t s, uint32_t d, uint32_t k) {
+            const float t = float(k + 1) * (float(s) / float(d));
+            uint32_t i = uint32_t(std::trunc(t)) & 0xFFFFu;
+            if (t - float(i) == 0.0f && i != 0)
+                --i;
+            return std::min(i, s - 1);
+        };
+        std::vector<int32_t> stepped, exact;
+        for (uint32_t oy = 0; oy < e.dh; ++oy)
+            for (uint32_t ox = 0; ox < e.dw; ++ox) {
+                stepped.push_back(src[size_t(step_index(e.sh, e.dh, oy)) * e.sw +
+                                      step_index(e.sw, e.dw, ox)]);
+                exact.push_back(src[size_t(exact_index(e.sh, e.dh, oy)) * e.sw +
+                                    exact_index(e.sw, e.dw, ox)]);
+            }
+        const std::vector<uint32_t> unsigned_src(src.begin(), src.end());
+        const std::vector<uint32_t> unsigned_stepped(stepped.begin(), stepped.end());
+        EXPECT_EQ(ejtest::run_guarded<uint32_t>(size_t(e.dw) * e.dh, [&](uint32_t *d) {
+                      return image_nearest_neighbor_scale_uint32(unsigned_src.data(),
+                                                                 int32_t(e.sw), int32_t(e.sh), d,
+                                                                 int32_t(e.dw), int32_t(e.dh));
+                  }),
+                  unsigned_stepped)
+            << describe(e);
+        if (e.sw < 2 || e.sh < 2 || e.dw < 2 || e.dh < 2)
+            continue;
+        EXPECT_EQ(ejtest::run_guarded<int32_t>(size_t(e.dw) * e.dh, [&](int32_t *d) {
+                      return image_downscale_nearest_neighbor_int32(src.data(), d, e.sw, e.sh,
+                                                                    e.dw, e.dh, 0);
+                  }),
+                  exact)
             << describe(e);
     }
 }
