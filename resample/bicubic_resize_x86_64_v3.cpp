@@ -39,6 +39,12 @@ inline __m256i lane_index()
 // 3840-sample row takes two passes of 7.5 KiB runs (three of 6 KiB with 512
 // columns and 2048 floats), which the memory system serves measurably faster.
 constexpr uint32_t kStripColumns = 640;
+// Enlargements read little of the source but keep the fraction-free terms of
+// the vertical cubic as well: their strips stay narrower, so that everything
+// a strip's output rows touch stays in the first-level cache.
+constexpr uint32_t kEnlargementStripColumns = 512;
+static_assert(kEnlargementStripColumns % 8 == 0 && kEnlargementStripColumns <= kStripColumns,
+              "whole vectors inside the tables");
 // Padded columns one strip may span (strong reductions get narrower strips),
 // and the readable slack after them for whole-register window loads.
 constexpr int32_t kSpanFloats = 3072;
@@ -315,9 +321,11 @@ void bicubic_resample_u16p10_x86_64_v3(const bicubic_resize_source &src, const f
     // The slack after a span is read by window loads into lanes no column
     // picks; keep it defined.
     std::memset(t.span_values, 0, sizeof(t.span_values));
+    const uint32_t strip_columns =
+        dst_width > src_width ? kEnlargementStripColumns : kStripColumns;
     uint32_t columns = 0;
     for (uint32_t first = 0; first < dst_width; first += columns) {
-        columns = column_tables(t, first, min_u32(kStripColumns, dst_width - first), src_width,
+        columns = column_tables(t, first, min_u32(strip_columns, dst_width - first), src_width,
                                 dst_width);
         const uint32_t count = (columns + 7) & ~7u;
         for (int s = 0; s < 4; ++s)
