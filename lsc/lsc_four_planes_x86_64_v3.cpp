@@ -30,7 +30,7 @@ struct rhs_sums {
 
     // Adds the samples base + first .. base + 7, all inside one row of
     // design_t, reading the block base .. base + 7.
-    void add_block(int64_t base, int first)
+    void add_block(int64_t base, int64_t first)
     {
         __m256 low[8], high[8];
         for (int l = 0; l < 8; ++l) {
@@ -39,7 +39,7 @@ struct rhs_sums {
         }
         transpose8(low);
         transpose8(high);
-        for (int q = first; q < 8; ++q) {
+        for (int64_t q = first; q < 8; ++q) {
             for (int k = 0; k < kPlanes; ++k) {
                 const __m256 zs = _mm256_set1_ps(z[k][base + q]);
                 acc[k][0] = _mm256_fmadd_ps(low[q], zs, acc[k][0]);
@@ -63,22 +63,8 @@ struct rhs_sums {
         }
     }
 
-    // The samples s0 .. s1 - 1 in ascending order. A tail shorter than a
-    // block re-reads the block that ends at s1 and adds only its new samples.
-    void add_run(int64_t s0, int64_t s1)
-    {
-        int64_t s = s0;
-        for (; s + 8 <= s1; s += 8)
-            add_block(s, 0);
-        if (s == s1)
-            return;
-        if (s1 >= 8) {
-            add_block(s1 - 8, int(8 - (s1 - s)));
-            return;
-        }
-        for (; s < s1; ++s)
-            add_sample(s);
-    }
+    // The samples s0 .. s1 - 1 in ascending order.
+    void add_run(int64_t s0, int64_t s1) { add_run_in_blocks(*this, s0, s1); }
 };
 
 } // namespace

@@ -54,6 +54,27 @@ inline void transpose8(__m256 *r)
     r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
 }
 
+// The samples s0 .. s1 - 1 of a sum in ascending order: eight at a time
+// through sums.add_block(base, first), which adds samples base + first ..
+// base + 7; a tail shorter than a block re-reads the block that ends at s1
+// and adds only its new samples; a run ending before sample 8 goes sample by
+// sample (sums.add_sample).
+template <typename Sums>
+inline void add_run_in_blocks(Sums &sums, int64_t s0, int64_t s1)
+{
+    int64_t s = s0;
+    for (; s + 8 <= s1; s += 8)
+        sums.add_block(s, 0);
+    if (s == s1)
+        return;
+    if (s1 >= 8) {
+        sums.add_block(s1 - 8, 8 - (s1 - s));
+        return;
+    }
+    for (; s < s1; ++s)
+        sums.add_sample(s);
+}
+
 } // namespace
 
 #endif /* EJ_LSC_SIMD_X86_64_V3_H */

@@ -97,26 +97,17 @@ struct contiguous_rows_sums {
         }
     }
 
-    void add_run(int64_t s0, int64_t s1)
+    void add_sample(int64_t s)
     {
-        int64_t s = s0;
-        for (; s + 8 <= s1; s += 8)
-            add_block(s, 0);
-        if (s == s1)
-            return;
-        if (s1 >= 8) {
-            add_block(s1 - 8, 8 - (s1 - s));
-            return;
-        }
-        for (; s < s1; ++s) {
-            alignas(32) float column[16];
-            for (int l = 0; l < 16; ++l)
-                column[l] = rows[l][s];
-            const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride));
-            acc[0] = _mm256_fmadd_ps(_mm256_load_ps(column), xs, acc[0]);
-            acc[1] = _mm256_fmadd_ps(_mm256_load_ps(column + 8), xs, acc[1]);
-        }
+        alignas(32) float column[16];
+        for (int l = 0; l < 16; ++l)
+            column[l] = rows[l][s];
+        const __m256 xs = _mm256_set1_ps(*at(x, ptrdiff_t(s) * x_stride));
+        acc[0] = _mm256_fmadd_ps(_mm256_load_ps(column), xs, acc[0]);
+        acc[1] = _mm256_fmadd_ps(_mm256_load_ps(column + 8), xs, acc[1]);
     }
+
+    void add_run(int64_t s0, int64_t s1) { add_run_in_blocks(*this, s0, s1); }
 };
 
 void mul_mv_contiguous_rows(const float *a, int32_t a_row_stride, int32_t a_height,
