@@ -62,14 +62,26 @@ struct strip {
     // for the pairs, over the picks for whole weights.
     int32_t pair_registers[kStripColumns / 8];
     int32_t pick_registers[kStripColumns / 8];
-    // 8-bit samples, sixteen columns per vector (see bytes_h16): byte k of
-    // column k's 16-bit lane (the first of the pair) is the index of S[x0]
-    // among the sixteen bytes read for its half of the vector (0x80, which
-    // zeroes, for the second); wx1 in 16 bits; whether the columns of the
-    // vector fit in those bytes.
-    alignas(32) int8_t shuffle[2 * kStripColumns];
-    alignas(32) int16_t wx1_16[kStripColumns];
-    bool bytes_fit[kStripColumns / 16];
+    union {
+        // 8-bit samples, sixteen columns per vector (see bytes_h16): byte k
+        // of column k's 16-bit lane (the first of the pair) is the index of
+        // S[x0] among the sixteen bytes read for its half of the vector
+        // (0x80, which zeroes, for the second); wx1 in 16 bits; whether the
+        // columns of the vector fit in those bytes.
+        struct {
+            alignas(32) int8_t shuffle[2 * kStripColumns];
+            alignas(32) int16_t wx1_16[kStripColumns];
+            bool fit[kStripColumns / 16];
+        } bytes;
+        // 16-bit samples, eight columns per vector (see pairs_h8): the four
+        // bytes of column k's 32-bit lane pick S[x0], S[x0 + 1] among the
+        // eight samples read for its half of the vector; whether the columns
+        // of the vector fit in those samples.
+        struct {
+            alignas(32) int8_t shuffle[4 * kStripColumns];
+            bool fit[kStripColumns / 8];
+        } pairs;
+    };
     bool whole_weights;
     int64_t row[2];
     uint32_t n;      // columns in the strip
@@ -78,7 +90,8 @@ struct strip {
 
 static_assert(sizeof(strip) <= 30 * 1024, "the strip tables live on the stack");
 
-void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step)
+void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step,
+                size_t sample_bytes)
 {
     s.n = min_u32(kStripColumns, columns_left);
     s.vector = (s.n + 15) & ~15u;
@@ -104,17 +117,31 @@ void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start,
         s.pair_registers[v] = window_registers(x0, x1, x0[0]);
         s.pick_registers[v] = window_registers(s.pick + 8 * v, s.pick + 8 * v, s.pick[8 * v]);
     }
-    for (uint32_t v = 0; v < s.vector / 16; ++v) {
-        bool fit = true;
-        for (uint32_t m = 0; m < 16; ++m) {
-            const uint32_t k = 16 * v + m;
-            const int32_t rel = s.x0[k] - s.x0[16 * v + (m & 8)];
-            fit = fit && rel + 1 < 16;
-            s.shuffle[2 * k] = int8_t(rel + 1 < 16 ? rel : 0);
-            s.shuffle[2 * k + 1] = int8_t(0x80);
-            s.wx1_16[k] = int16_t(s.wx1[k]);
+    if (sample_bytes == 1) {
+        for (uint32_t v = 0; v < s.vector / 16; ++v) {
+            bool fit = true;
+            for (uint32_t m = 0; m < 16; ++m) {
+                const uint32_t k = 16 * v + m;
+                const int32_t rel = s.x0[k] - s.x0[16 * v + (m & 8)];
+                fit = fit && rel + 1 < 16;
+                s.bytes.shuffle[2 * k] = int8_t(rel + 1 < 16 ? rel : 0);
+                s.bytes.shuffle[2 * k + 1] = int8_t(0x80);
+                s.bytes.wx1_16[k] = int16_t(s.wx1[k]);
+            }
+            s.bytes.fit[v] = fit;
         }
-        s.bytes_fit[v] = fit;
+        return;
+    }
+    for (uint32_t v = 0; v < s.vector / 8; ++v) {
+        bool fit = true;
+        for (uint32_t m = 0; m < 8; ++m) {
+            const uint32_t k = 8 * v + m;
+            const int32_t rel = s.x0[k] - s.x0[8 * v + (m & 4)];
+            fit = fit && rel + 1 < 8;
+            for (int b = 0; b < 4; ++b)
+                s.pairs.shuffle[4 * k + b] = int8_t(rel + 1 < 8 ? 2 * rel + b : 0);
+        }
+        s.pairs.fit[v] = fit;
     }
 }
 
@@ -201,14 +228,34 @@ inline void bytes_h16(const strip &s, const uint8_t *row, uint32_t *h, uint32_t 
     const __m256i bytes = _mm256_inserti128_si256(
         _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k]))),
         _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k + 8])), 1);
-    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.shuffle + 2 * k));
+    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.bytes.shuffle + 2 * k));
     const __m256i lo = _mm256_shuffle_epi8(bytes, shuffle);
     const __m256i hi = _mm256_shuffle_epi8(bytes, _mm256_add_epi8(shuffle, _mm256_set1_epi8(1)));
-    const __m256i wx1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.wx1_16 + k));
+    const __m256i wx1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.bytes.wx1_16 + k));
     const __m256i wx0 = _mm256_sub_epi16(_mm256_set1_epi16(256), wx1);
     const __m256i sum = _mm256_add_epi16(_mm256_mullo_epi16(lo, wx0), _mm256_mullo_epi16(hi, wx1));
     _mm256_store_si256(reinterpret_cast<__m256i *>(h) + k / 16,
                        _mm256_xor_si256(sum, _mm256_set1_epi16(int16_t(0x8000))));
+}
+
+// 16-bit samples, columns k ... k + 7 whose halves each lie within eight
+// samples from their first lower index (both readable): the pairs
+// (S[x0], S[x0 + 1]) are moved into the 32-bit lanes by the strip's byte
+// shuffles and weighted by one signed 16-bit multiply-add. The samples are
+// made signed by flipping their top bit (S - 32768), so the multiply-add
+// gives H - 32768 * (wx0 + wx1) = H - 2^23 exactly (|H - 2^23| <= 2^23), and
+// adding 2^23 back stores the same H as horizontal8.
+inline void pairs_h8(const strip &s, const uint16_t *row, uint32_t *h, uint32_t k)
+{
+    const __m256i samples = _mm256_inserti128_si256(
+        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k]))),
+        _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k + 4])), 1);
+    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.pairs.shuffle + 4 * k));
+    const __m256i pairs = _mm256_xor_si256(_mm256_shuffle_epi8(samples, shuffle),
+                                           _mm256_set1_epi16(int16_t(0x8000)));
+    const __m256i weights = _mm256_or_si256(load8(s.wx0 + k), _mm256_slli_epi32(load8(s.wx1 + k), 16));
+    const __m256i biased = _mm256_madd_epi16(pairs, weights);
+    _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), _mm256_add_epi32(biased, _mm256_set1_epi32(1 << 23)));
 }
 
 // H of one source row at every column of the strip; `readable` as above.
@@ -217,13 +264,20 @@ void horizontal_row(const strip &s, const T *row, size_t readable, uint32_t *h)
 {
     for (uint32_t k = 0; k < s.vector; k += 16) {
         if constexpr (sizeof(T) == 1) {
-            if (s.bytes_fit[k / 16] && size_t(s.x0[k + 8]) + 16 <= readable) {
+            if (s.bytes.fit[k / 16] && size_t(s.x0[k + 8]) + 16 <= readable) {
                 bytes_h16(s, row, h, k);
                 continue;
             }
+            horizontal8(s, row, readable, h, k);
+            horizontal8(s, row, readable, h, k + 8);
+        } else {
+            for (uint32_t j = k; j < k + 16; j += 8) {
+                if (s.pairs.fit[j / 8] && size_t(s.x0[j + 4]) + 8 <= readable)
+                    pairs_h8(s, row, h, j);
+                else
+                    horizontal8(s, row, readable, h, j);
+            }
         }
-        horizontal8(s, row, readable, h, k);
-        horizontal8(s, row, readable, h, k + 8);
     }
 }
 
@@ -525,19 +579,22 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
     if (halving_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
                      dst_width, dst_height, dst_step))
         return;
-    // 16-bit samples: whole weights on every column keep the strips (their
-    // rows are picks); otherwise strong enlargements (more than four output
-    // rows per source row) share the horizontal sums of a source row, and
-    // the rest take the direct walk. 8-bit samples keep the strips: there
-    // the shared sums measured faster, the samples being cheap to stream.
-    if (sizeof(T) == 2 && ((x_step | x_start) & 255) != 0 && y_step >= 64) {
+    // 16-bit samples take the strips when their horizontal sums are cheap:
+    // with x_step <= 512 the four columns of a half vector span at most
+    // seven samples, so every pair comes from one load (pairs_h8); whole
+    // weights on every column keep the strips too (their rows are picks), as
+    // do strong enlargements (more than four output rows per source row),
+    // which share a row's sums. The rest take the direct walk. 8-bit samples
+    // keep the strips: there the shared sums measured faster, the samples
+    // being cheap to stream.
+    if (sizeof(T) == 2 && ((x_step | x_start) & 255) != 0 && y_step >= 64 && x_step > 512) {
         small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
                           dst_width, dst_height, dst_step);
         return;
     }
     strip s;
     for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
-        plan_strip(s, ox0, dst_width - ox0, x_start, x_step);
+        plan_strip(s, ox0, dst_width - ox0, x_start, x_step, sizeof(T));
         uint32_t pos_y = y_start;
         for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
             uint32_t y0, wy1;
