@@ -6,9 +6,14 @@
 // forms it. The result is rounded and stored as the portable loop does.
 // The walks, chosen by the shape of the resize:
 // - halving with whole weights: rows of picks, packed;
-// - direct, row by row (16-bit samples, unless more than four output rows
-//   share a pair of source rows): every output from its own four samples,
-//   the columns computed in vector form;
+// - rows of 16-bit samples for x steps up to 512, unless every weight is
+//   whole: whole output rows in order, from horizontal sums kept for the
+//   two source rows in use, each pair of samples from one load and a byte
+//   shuffle, weighted by a signed 16-bit multiply-add;
+// - direct, row by row (the other 16-bit shapes with fractional column
+//   weights, unless more than four output rows share a pair of source
+//   rows): every output from its own four samples, the columns computed in
+//   vector form;
 // - strips (the rest): per-column tables and per-source-row horizontal sums
 //   in bounded stack buffers, shared by the output rows that read that
 //   source row.
@@ -62,26 +67,14 @@ struct strip {
     // for the pairs, over the picks for whole weights.
     int32_t pair_registers[kStripColumns / 8];
     int32_t pick_registers[kStripColumns / 8];
-    union {
-        // 8-bit samples, sixteen columns per vector (see bytes_h16): byte k
-        // of column k's 16-bit lane (the first of the pair) is the index of
-        // S[x0] among the sixteen bytes read for its half of the vector
-        // (0x80, which zeroes, for the second); wx1 in 16 bits; whether the
-        // columns of the vector fit in those bytes.
-        struct {
-            alignas(32) int8_t shuffle[2 * kStripColumns];
-            alignas(32) int16_t wx1_16[kStripColumns];
-            bool fit[kStripColumns / 16];
-        } bytes;
-        // 16-bit samples, eight columns per vector (see pairs_h8): the four
-        // bytes of column k's 32-bit lane pick S[x0], S[x0 + 1] among the
-        // eight samples read for its half of the vector; whether the columns
-        // of the vector fit in those samples.
-        struct {
-            alignas(32) int8_t shuffle[4 * kStripColumns];
-            bool fit[kStripColumns / 8];
-        } pairs;
-    };
+    // 8-bit samples, sixteen columns per vector (see bytes_h16): byte k of
+    // column k's 16-bit lane (the first of the pair) is the index of S[x0]
+    // among the sixteen bytes read for its half of the vector (0x80, which
+    // zeroes, for the second); wx1 in 16 bits; whether the columns of the
+    // vector fit in those bytes.
+    alignas(32) int8_t shuffle[2 * kStripColumns];
+    alignas(32) int16_t wx1_16[kStripColumns];
+    bool bytes_fit[kStripColumns / 16];
     bool whole_weights;
     int64_t row[2];
     uint32_t n;      // columns in the strip
@@ -90,8 +83,7 @@ struct strip {
 
 static_assert(sizeof(strip) <= 30 * 1024, "the strip tables live on the stack");
 
-void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step,
-                size_t sample_bytes)
+void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start, uint32_t x_step)
 {
     s.n = min_u32(kStripColumns, columns_left);
     s.vector = (s.n + 15) & ~15u;
@@ -117,31 +109,17 @@ void plan_strip(strip &s, uint32_t ox0, uint32_t columns_left, uint32_t x_start,
         s.pair_registers[v] = window_registers(x0, x1, x0[0]);
         s.pick_registers[v] = window_registers(s.pick + 8 * v, s.pick + 8 * v, s.pick[8 * v]);
     }
-    if (sample_bytes == 1) {
-        for (uint32_t v = 0; v < s.vector / 16; ++v) {
-            bool fit = true;
-            for (uint32_t m = 0; m < 16; ++m) {
-                const uint32_t k = 16 * v + m;
-                const int32_t rel = s.x0[k] - s.x0[16 * v + (m & 8)];
-                fit = fit && rel + 1 < 16;
-                s.bytes.shuffle[2 * k] = int8_t(rel + 1 < 16 ? rel : 0);
-                s.bytes.shuffle[2 * k + 1] = int8_t(0x80);
-                s.bytes.wx1_16[k] = int16_t(s.wx1[k]);
-            }
-            s.bytes.fit[v] = fit;
-        }
-        return;
-    }
-    for (uint32_t v = 0; v < s.vector / 8; ++v) {
+    for (uint32_t v = 0; v < s.vector / 16; ++v) {
         bool fit = true;
-        for (uint32_t m = 0; m < 8; ++m) {
-            const uint32_t k = 8 * v + m;
-            const int32_t rel = s.x0[k] - s.x0[8 * v + (m & 4)];
-            fit = fit && rel + 1 < 8;
-            for (int b = 0; b < 4; ++b)
-                s.pairs.shuffle[4 * k + b] = int8_t(rel + 1 < 8 ? 2 * rel + b : 0);
+        for (uint32_t m = 0; m < 16; ++m) {
+            const uint32_t k = 16 * v + m;
+            const int32_t rel = s.x0[k] - s.x0[16 * v + (m & 8)];
+            fit = fit && rel + 1 < 16;
+            s.shuffle[2 * k] = int8_t(rel + 1 < 16 ? rel : 0);
+            s.shuffle[2 * k + 1] = int8_t(0x80);
+            s.wx1_16[k] = int16_t(s.wx1[k]);
         }
-        s.pairs.fit[v] = fit;
+        s.bytes_fit[v] = fit;
     }
 }
 
@@ -228,34 +206,14 @@ inline void bytes_h16(const strip &s, const uint8_t *row, uint32_t *h, uint32_t 
     const __m256i bytes = _mm256_inserti128_si256(
         _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k]))),
         _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k + 8])), 1);
-    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.bytes.shuffle + 2 * k));
+    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.shuffle + 2 * k));
     const __m256i lo = _mm256_shuffle_epi8(bytes, shuffle);
     const __m256i hi = _mm256_shuffle_epi8(bytes, _mm256_add_epi8(shuffle, _mm256_set1_epi8(1)));
-    const __m256i wx1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.bytes.wx1_16 + k));
+    const __m256i wx1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.wx1_16 + k));
     const __m256i wx0 = _mm256_sub_epi16(_mm256_set1_epi16(256), wx1);
     const __m256i sum = _mm256_add_epi16(_mm256_mullo_epi16(lo, wx0), _mm256_mullo_epi16(hi, wx1));
     _mm256_store_si256(reinterpret_cast<__m256i *>(h) + k / 16,
                        _mm256_xor_si256(sum, _mm256_set1_epi16(int16_t(0x8000))));
-}
-
-// 16-bit samples, columns k ... k + 7 whose halves each lie within eight
-// samples from their first lower index (both readable): the pairs
-// (S[x0], S[x0 + 1]) are moved into the 32-bit lanes by the strip's byte
-// shuffles and weighted by one signed 16-bit multiply-add. The samples are
-// made signed by flipping their top bit (S - 32768), so the multiply-add
-// gives H - 32768 * (wx0 + wx1) = H - 2^23 exactly (|H - 2^23| <= 2^23), and
-// adding 2^23 back stores the same H as horizontal8.
-inline void pairs_h8(const strip &s, const uint16_t *row, uint32_t *h, uint32_t k)
-{
-    const __m256i samples = _mm256_inserti128_si256(
-        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k]))),
-        _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k + 4])), 1);
-    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.pairs.shuffle + 4 * k));
-    const __m256i pairs = _mm256_xor_si256(_mm256_shuffle_epi8(samples, shuffle),
-                                           _mm256_set1_epi16(int16_t(0x8000)));
-    const __m256i weights = _mm256_or_si256(load8(s.wx0 + k), _mm256_slli_epi32(load8(s.wx1 + k), 16));
-    const __m256i biased = _mm256_madd_epi16(pairs, weights);
-    _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), _mm256_add_epi32(biased, _mm256_set1_epi32(1 << 23)));
 }
 
 // H of one source row at every column of the strip; `readable` as above.
@@ -264,20 +222,13 @@ void horizontal_row(const strip &s, const T *row, size_t readable, uint32_t *h)
 {
     for (uint32_t k = 0; k < s.vector; k += 16) {
         if constexpr (sizeof(T) == 1) {
-            if (s.bytes.fit[k / 16] && size_t(s.x0[k + 8]) + 16 <= readable) {
+            if (s.bytes_fit[k / 16] && size_t(s.x0[k + 8]) + 16 <= readable) {
                 bytes_h16(s, row, h, k);
                 continue;
             }
-            horizontal8(s, row, readable, h, k);
-            horizontal8(s, row, readable, h, k + 8);
-        } else {
-            for (uint32_t j = k; j < k + 16; j += 8) {
-                if (s.pairs.fit[j / 8] && size_t(s.x0[j + 4]) + 8 <= readable)
-                    pairs_h8(s, row, h, j);
-                else
-                    horizontal8(s, row, readable, h, j);
-            }
         }
+        horizontal8(s, row, readable, h, k);
+        horizontal8(s, row, readable, h, k + 8);
     }
 }
 
@@ -571,6 +522,120 @@ void small_direct_walk(const T *src, size_t src_stride, size_t src_elements, uin
     }
 }
 
+// Row walk of the 16-bit members for x steps up to 512: output rows are
+// written whole, in order (rows cut into strips measured far slower: the
+// short runs of every row defeat the prefetchers), from horizontal sums
+// kept for the two source rows in use. A lane's pair (S[x0], S[x0 + 1]) is
+// one 32-bit unit of the row at x0; with x_step <= 512 the four lanes of a
+// half vector have lower indices at most six apart (3 * 512 / 256), so one
+// load of eight samples from the half's first lower index holds all four
+// pairs, which a byte shuffle moves into the lanes. Flipping each sample's
+// top bit (S - 32768) makes them signed, and the signed multiply-add by
+// (wx0, wx1) then gives H' = H - 2^23 exactly (wx0 + wx1 = 256). Per output
+// row, X' = H'(y0) * wy0 + H'(y1) * wy1 = X - 2^31 is exact modulo 2^32 and
+// X + 2^15 < 2^32, so adding 2^31 + 2^15 and shifting by 16 gives the
+// portable loop's result.
+constexpr uint32_t kPairColumns = 4096; // the sums of two rows: 32 KiB of stack
+
+struct pair_rows {
+    alignas(32) int32_t h[2][kPairColumns]; // H' of source row `row[s]`, slot s = row & 1
+    int64_t row[2];
+};
+
+// H' of one source row at columns ox0 ... ox0 + n - 1 (lanes past the last
+// column repeat it, so their reads stay inside); `readable` is the number of
+// elements from `row` to the end of the source.
+void pair_row_sums(const uint16_t *row, size_t readable, uint32_t ox0, uint32_t n,
+                   uint32_t dst_width, uint32_t x_start, uint32_t x_step, int32_t *h)
+{
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i flip = _mm256_set1_epi16(int16_t(0x8000));
+    const __m256i last = _mm256_set1_epi32(int32_t(dst_width - 1));
+    const __m256i halves = _mm256_setr_epi32(0, 0, 0, 0, 4, 4, 4, 4);
+    // Positions advance by the step (exact: every stored column's position
+    // is below 2^32); the last vector of the row takes its lanes' columns
+    // clamped to the last one, so that nothing past the end can wrap.
+    const __m256i advance = _mm256_set1_epi32(int32_t(8 * x_step));
+    __m256i next = _mm256_add_epi32(_mm256_set1_epi32(int32_t(x_start + ox0 * x_step)),
+                                    _mm256_mullo_epi32(lane_index(), _mm256_set1_epi32(int32_t(x_step))));
+    for (uint32_t k = 0; k < n; k += 8, next = _mm256_add_epi32(next, advance)) {
+        const uint32_t ox = ox0 + k;
+        __m256i pos = next;
+        if (ox + 8 > dst_width) {
+            const __m256i column = _mm256_min_epu32(_mm256_add_epi32(_mm256_set1_epi32(int32_t(ox)), lane_index()), last);
+            pos = _mm256_add_epi32(_mm256_set1_epi32(int32_t(x_start)),
+                                   _mm256_mullo_epi32(column, _mm256_set1_epi32(int32_t(x_step))));
+        }
+        // lower = (max(pos, 1) - 1) >> 8 is 0 for pos = 0, whose weight is then 0.
+        const __m256i lower = _mm256_srli_epi32(_mm256_sub_epi32(_mm256_max_epu32(pos, one), one), 8);
+        const __m256i wx1 = _mm256_sub_epi32(pos, _mm256_slli_epi32(lower, 8));
+        const int32_t base_lo = _mm256_cvtsi256_si32(lower);
+        const int32_t base_hi = _mm256_cvtsi256_si32(_mm256_permutevar8x32_epi32(lower, _mm256_set1_epi32(4)));
+        __m256i sums;
+        if (size_t(base_hi) + 8 <= readable) {
+            const __m256i w01 = _mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(256), wx1),
+                                                _mm256_slli_epi32(wx1, 16));
+            // Byte b of lane m: 2 * rel + b, rel = lower[m] - lower[first lane of the half].
+            const __m256i rel = _mm256_sub_epi32(lower, _mm256_permutevar8x32_epi32(lower, halves));
+            const __m256i shuffle = _mm256_add_epi32(_mm256_mullo_epi32(rel, _mm256_set1_epi32(0x02020202)),
+                                                     _mm256_set1_epi32(0x03020100));
+            const __m256i samples = _mm256_inserti128_si256(
+                _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base_lo))),
+                _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base_hi)), 1);
+            sums = _mm256_madd_epi16(_mm256_xor_si256(_mm256_shuffle_epi8(samples, shuffle), flip), w01);
+        } else {
+            // Near the end of the source: the same H' from the samples one by one.
+            alignas(32) int32_t x0[8], w1[8], v[8];
+            _mm256_store_si256(reinterpret_cast<__m256i *>(x0), lower);
+            _mm256_store_si256(reinterpret_cast<__m256i *>(w1), wx1);
+            for (int m = 0; m < 8; ++m)
+                v[m] = (int32_t(row[x0[m]]) - 32768) * (256 - w1[m]) + (int32_t(row[x0[m] + 1]) - 32768) * w1[m];
+            sums = load8(v);
+        }
+        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sums);
+    }
+}
+
+bool pair_row_walk(const uint16_t *src, size_t src_stride, size_t src_elements, uint32_t x_start,
+                   uint32_t x_step, uint32_t y_start, uint32_t y_step, uint16_t *dst,
+                   uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    if (x_step > 512)
+        return false;
+    const __m256i bias = _mm256_set1_epi32(int32_t(0x80008000u)); // 2^31 + 2^15
+    pair_rows p;
+    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += kPairColumns) {
+        const uint32_t n = min_u32(kPairColumns, dst_width - ox0);
+        p.row[0] = p.row[1] = -1;
+        uint32_t pos_y = y_start;
+        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+            uint32_t y0, wy1;
+            axis_rule(pos_y, y0, wy1);
+            const int32_t *h[2];
+            for (uint32_t r = 0; r < 2; ++r) {
+                const uint32_t row = y0 + r;
+                int32_t *slot = p.h[row & 1];
+                if (p.row[row & 1] != row) {
+                    const size_t offset = size_t(row) * src_stride;
+                    pair_row_sums(src + offset, src_elements - offset, ox0, n, dst_width, x_start, x_step, slot);
+                    p.row[row & 1] = row;
+                }
+                h[r] = slot;
+            }
+            const __m256i w0 = _mm256_set1_epi32(int32_t(256 - wy1));
+            const __m256i w1 = _mm256_set1_epi32(int32_t(wy1));
+            uint16_t *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
+            for (uint32_t k = 0; k < n; k += 8) {
+                const __m256i x = _mm256_add_epi32(
+                    _mm256_mullo_epi32(_mm256_load_si256(reinterpret_cast<const __m256i *>(h[0] + k)), w0),
+                    _mm256_mullo_epi32(_mm256_load_si256(reinterpret_cast<const __m256i *>(h[1] + k)), w1));
+                store_outputs(out, k, n, dst_step, _mm256_srli_epi32(_mm256_add_epi32(x, bias), 16));
+            }
+        }
+    }
+    return true;
+}
+
 template <typename T>
 void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start, uint32_t x_step,
           uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width, uint32_t dst_height,
@@ -579,22 +644,26 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
     if (halving_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
                      dst_width, dst_height, dst_step))
         return;
-    // 16-bit samples take the strips when their horizontal sums are cheap:
-    // with x_step <= 512 the four columns of a half vector span at most
-    // seven samples, so every pair comes from one load (pairs_h8); whole
-    // weights on every column keep the strips too (their rows are picks), as
-    // do strong enlargements (more than four output rows per source row),
-    // which share a row's sums. The rest take the direct walk. 8-bit samples
-    // keep the strips: there the shared sums measured faster, the samples
-    // being cheap to stream.
-    if (sizeof(T) == 2 && ((x_step | x_start) & 255) != 0 && y_step >= 64 && x_step > 512) {
-        small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
-                          dst_width, dst_height, dst_step);
-        return;
+    // 16-bit samples: the row walk unless every weight is whole (then the
+    // strips pick samples) or x_step > 512; of those, reductions and mild
+    // enlargements (at most four output rows per source row) with fractional
+    // column weights take the direct walk, the rest the strips. 8-bit
+    // samples keep the strips: there the shared sums measured faster, the
+    // samples being cheap to stream.
+    if constexpr (sizeof(T) == 2) {
+        const bool whole = ((x_step | x_start | y_step | y_start) & 255) == 0;
+        if (!whole && pair_row_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step,
+                                    dst, dst_width, dst_height, dst_step))
+            return;
+        if (((x_step | x_start) & 255) != 0 && y_step >= 64) {
+            small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
+                              dst_width, dst_height, dst_step);
+            return;
+        }
     }
     strip s;
     for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
-        plan_strip(s, ox0, dst_width - ox0, x_start, x_step, sizeof(T));
+        plan_strip(s, ox0, dst_width - ox0, x_start, x_step);
         uint32_t pos_y = y_start;
         for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
             uint32_t y0, wy1;
