@@ -6,14 +6,14 @@
 // forms it. The result is rounded and stored as the portable loop does.
 // The walks, chosen by the shape of the resize:
 // - halving with whole weights: rows of picks, packed;
-// - rows of 16-bit samples for x steps up to 512, unless every weight is
-//   whole: whole output rows in order, from horizontal sums kept for the
-//   two source rows in use, each pair of samples from one load and a byte
-//   shuffle, weighted by a signed 16-bit multiply-add;
-// - direct, row by row (the other 16-bit shapes with fractional column
-//   weights, unless more than four output rows share a pair of source
-//   rows): every output from its own four samples, the columns computed in
-//   vector form;
+// - rows (16-bit samples, x steps up to 512, one to four output rows per
+//   source row, some weight fractional): whole output rows in order, from
+//   horizontal sums kept for the two source rows in use, each pair of
+//   samples from one load and a byte shuffle, weighted by a signed 16-bit
+//   multiply-add;
+// - direct, row by row (the other 16-bit shapes with some weight
+//   fractional and at most four output rows per source row): every output
+//   from its own four samples, the columns computed in vector form;
 // - strips (the rest): per-column tables and per-source-row horizontal sums
 //   in bounded stack buffers, shared by the output rows that read that
 //   source row.
@@ -542,16 +542,45 @@ struct pair_rows {
     int64_t row[2];
 };
 
-// H' of one source row at columns ox0 ... ox0 + n - 1 (lanes past the last
-// column repeat it, so their reads stay inside); `readable` is the number of
-// elements from `row` to the end of the source.
-void pair_row_sums(const uint16_t *row, size_t readable, uint32_t ox0, uint32_t n,
-                   uint32_t dst_width, uint32_t x_start, uint32_t x_step, int32_t *h)
+// H' of eight columns of one source row, given their lower indices and
+// upper weights and the lower indices of lanes 0 and 4; `readable` is the
+// number of elements from `row` to the end of the source.
+EJ_BILINEAR_INLINE __m256i pair_sums8(const uint16_t *row, size_t readable, __m256i lower, __m256i wx1,
+                                     int32_t base_lo, int32_t base_hi)
+{
+    if (size_t(base_hi) + 8 <= readable) {
+        const __m256i w01 = _mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(256), wx1),
+                                            _mm256_slli_epi32(wx1, 16));
+        // Byte b of lane m: 2 * rel + b, rel = lower[m] - lower[first lane of the half].
+        const __m256i halves = _mm256_setr_epi32(0, 0, 0, 0, 4, 4, 4, 4);
+        const __m256i rel = _mm256_sub_epi32(lower, _mm256_permutevar8x32_epi32(lower, halves));
+        const __m256i shuffle = _mm256_add_epi32(_mm256_mullo_epi32(rel, _mm256_set1_epi32(0x02020202)),
+                                                 _mm256_set1_epi32(0x03020100));
+        const __m256i samples = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base_lo))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base_hi)), 1);
+        const __m256i pairs = _mm256_xor_si256(_mm256_shuffle_epi8(samples, shuffle),
+                                               _mm256_set1_epi16(int16_t(0x8000)));
+        return _mm256_madd_epi16(pairs, w01);
+    }
+    // Near the end of the source: the same H' from the samples one by one.
+    alignas(32) int32_t x0[8], w1[8], v[8];
+    _mm256_store_si256(reinterpret_cast<__m256i *>(x0), lower);
+    _mm256_store_si256(reinterpret_cast<__m256i *>(w1), wx1);
+    for (int m = 0; m < 8; ++m)
+        v[m] = (int32_t(row[x0[m]]) - 32768) * (256 - w1[m]) + (int32_t(row[x0[m] + 1]) - 32768) * w1[m];
+    return load8(v);
+}
+
+// Calls f(k, lower, wx1, base_lo, base_hi) for the columns ox0 + k ... ox0
+// + k + 7, k = 0, 8, ... below n (lanes past the last column repeat it, so
+// their reads stay inside).
+template <typename F>
+EJ_BILINEAR_INLINE void for_each_column8(uint32_t ox0, uint32_t n, uint32_t dst_width, uint32_t x_start,
+                                        uint32_t x_step, F f)
 {
     const __m256i one = _mm256_set1_epi32(1);
-    const __m256i flip = _mm256_set1_epi16(int16_t(0x8000));
     const __m256i last = _mm256_set1_epi32(int32_t(dst_width - 1));
-    const __m256i halves = _mm256_setr_epi32(0, 0, 0, 0, 4, 4, 4, 4);
     // Positions advance by the step (exact: every stored column's position
     // is below 2^32); the last vector of the row takes its lanes' columns
     // clamped to the last one, so that nothing past the end can wrap.
@@ -571,38 +600,23 @@ void pair_row_sums(const uint16_t *row, size_t readable, uint32_t ox0, uint32_t 
         const __m256i wx1 = _mm256_sub_epi32(pos, _mm256_slli_epi32(lower, 8));
         const int32_t base_lo = _mm256_cvtsi256_si32(lower);
         const int32_t base_hi = _mm256_cvtsi256_si32(_mm256_permutevar8x32_epi32(lower, _mm256_set1_epi32(4)));
-        __m256i sums;
-        if (size_t(base_hi) + 8 <= readable) {
-            const __m256i w01 = _mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(256), wx1),
-                                                _mm256_slli_epi32(wx1, 16));
-            // Byte b of lane m: 2 * rel + b, rel = lower[m] - lower[first lane of the half].
-            const __m256i rel = _mm256_sub_epi32(lower, _mm256_permutevar8x32_epi32(lower, halves));
-            const __m256i shuffle = _mm256_add_epi32(_mm256_mullo_epi32(rel, _mm256_set1_epi32(0x02020202)),
-                                                     _mm256_set1_epi32(0x03020100));
-            const __m256i samples = _mm256_inserti128_si256(
-                _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base_lo))),
-                _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base_hi)), 1);
-            sums = _mm256_madd_epi16(_mm256_xor_si256(_mm256_shuffle_epi8(samples, shuffle), flip), w01);
-        } else {
-            // Near the end of the source: the same H' from the samples one by one.
-            alignas(32) int32_t x0[8], w1[8], v[8];
-            _mm256_store_si256(reinterpret_cast<__m256i *>(x0), lower);
-            _mm256_store_si256(reinterpret_cast<__m256i *>(w1), wx1);
-            for (int m = 0; m < 8; ++m)
-                v[m] = (int32_t(row[x0[m]]) - 32768) * (256 - w1[m]) + (int32_t(row[x0[m] + 1]) - 32768) * w1[m];
-            sums = load8(v);
-        }
-        _mm256_store_si256(reinterpret_cast<__m256i *>(h + k), sums);
+        f(k, lower, wx1, base_lo, base_hi);
     }
+}
+
+// The rounded result of X' = H'(y0) * wy0 + H'(y1) * wy1 (see above).
+EJ_BILINEAR_INLINE __m256i pair_vertical8(__m256i h0, __m256i h1, __m256i wy0, __m256i wy1)
+{
+    const __m256i x = _mm256_add_epi32(_mm256_mullo_epi32(h0, wy0), _mm256_mullo_epi32(h1, wy1));
+    return _mm256_srli_epi32(_mm256_add_epi32(x, _mm256_set1_epi32(int32_t(0x80008000u))), 16); // + 2^31 + 2^15
 }
 
 bool pair_row_walk(const uint16_t *src, size_t src_stride, size_t src_elements, uint32_t x_start,
                    uint32_t x_step, uint32_t y_start, uint32_t y_step, uint16_t *dst,
                    uint32_t dst_width, uint32_t dst_height, size_t dst_step)
 {
-    if (x_step > 512)
+    if (x_step > 512 || y_step >= 256)
         return false;
-    const __m256i bias = _mm256_set1_epi32(int32_t(0x80008000u)); // 2^31 + 2^15
     pair_rows p;
     for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += kPairColumns) {
         const uint32_t n = min_u32(kPairColumns, dst_width - ox0);
@@ -617,7 +631,13 @@ bool pair_row_walk(const uint16_t *src, size_t src_stride, size_t src_elements, 
                 int32_t *slot = p.h[row & 1];
                 if (p.row[row & 1] != row) {
                     const size_t offset = size_t(row) * src_stride;
-                    pair_row_sums(src + offset, src_elements - offset, ox0, n, dst_width, x_start, x_step, slot);
+                    const uint16_t *line = src + offset;
+                    const size_t readable = src_elements - offset;
+                    for_each_column8(ox0, n, dst_width, x_start, x_step,
+                                     [&](uint32_t k, __m256i lower, __m256i wx1, int32_t lo, int32_t hi) {
+                        _mm256_store_si256(reinterpret_cast<__m256i *>(slot + k),
+                                           pair_sums8(line, readable, lower, wx1, lo, hi));
+                    });
                     p.row[row & 1] = row;
                 }
                 h[r] = slot;
@@ -626,10 +646,9 @@ bool pair_row_walk(const uint16_t *src, size_t src_stride, size_t src_elements, 
             const __m256i w1 = _mm256_set1_epi32(int32_t(wy1));
             uint16_t *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
             for (uint32_t k = 0; k < n; k += 8) {
-                const __m256i x = _mm256_add_epi32(
-                    _mm256_mullo_epi32(_mm256_load_si256(reinterpret_cast<const __m256i *>(h[0] + k)), w0),
-                    _mm256_mullo_epi32(_mm256_load_si256(reinterpret_cast<const __m256i *>(h[1] + k)), w1));
-                store_outputs(out, k, n, dst_step, _mm256_srli_epi32(_mm256_add_epi32(x, bias), 16));
+                const __m256i h0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[0] + k));
+                const __m256i h1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[1] + k));
+                store_outputs(out, k, n, dst_step, pair_vertical8(h0, h1, w0, w1));
             }
         }
     }
@@ -644,20 +663,20 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
     if (halving_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
                      dst_width, dst_height, dst_step))
         return;
-    // 16-bit samples: the row walk unless every weight is whole (then the
-    // strips pick samples) or x_step > 512; of those, reductions and mild
-    // enlargements (at most four output rows per source row) with fractional
-    // column weights take the direct walk, the rest the strips. 8-bit
-    // samples keep the strips: there the shared sums measured faster, the
-    // samples being cheap to stream.
+    // 16-bit samples: strong enlargements (more than four output rows per
+    // source row) and whole weights everywhere (their rows are picks) keep
+    // the strips; of the rest, enlargements with x_step <= 512 take the row
+    // walk, which shares a source row's sums between output rows, and
+    // everything else the direct walk, which then costs less. 8-bit samples
+    // keep the strips: there the shared sums measured faster, the samples
+    // being cheap to stream.
     if constexpr (sizeof(T) == 2) {
         const bool whole = ((x_step | x_start | y_step | y_start) & 255) == 0;
-        if (!whole && pair_row_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step,
-                                    dst, dst_width, dst_height, dst_step))
-            return;
-        if (((x_step | x_start) & 255) != 0 && y_step >= 64) {
-            small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
-                              dst_width, dst_height, dst_step);
+        if (!whole && y_step >= 64) {
+            if (!pair_row_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
+                               dst_width, dst_height, dst_step))
+                small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step,
+                                  dst, dst_width, dst_height, dst_step);
             return;
         }
     }
