@@ -6,11 +6,11 @@
 // forms it. The result is rounded and stored as the portable loop does.
 // The walks, chosen by the shape of the resize:
 // - halving with whole weights: rows of picks, packed;
-// - rows (16-bit samples, x steps up to 512, one to four output rows per
-//   source row, some weight fractional): whole output rows in order, from
-//   horizontal sums kept for the two source rows in use, each pair of
-//   samples from one load and a byte shuffle, weighted by a signed 16-bit
-//   multiply-add;
+// - rows (x steps up to 512, some weight fractional; for 16-bit samples
+//   only with one to four output rows per source row): whole output rows in
+//   order, from horizontal sums kept for the two source rows in use, each
+//   pair of samples from one load and a byte shuffle (8-bit samples: 16-bit
+//   products; 16-bit samples: a signed 16-bit multiply-add);
 // - direct, row by row (the other 16-bit shapes with some weight
 //   fractional and at most four output rows per source row): every output
 //   from its own four samples, the columns computed in vector form;
@@ -201,19 +201,25 @@ inline void horizontal8(const strip &s, const T *row, size_t readable, uint32_t 
 // more, and 0x80 + 1 still zeroes). H = S[x0] * wx0 + S[x0 + 1] * wx1 is at
 // most 255 * 256, so the 16-bit products and their sum, taken modulo 2^16,
 // are exact; H - 32768 is H with its top bit flipped, stored as put_h8 does.
-inline void bytes_h16(const strip &s, const uint8_t *row, uint32_t *h, uint32_t k)
+inline void bytes_h16_at(const uint8_t *row, int32_t base0, int32_t base1, const int8_t *shuffles,
+                         const int16_t *wx1s, void *h)
 {
     const __m256i bytes = _mm256_inserti128_si256(
-        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k]))),
-        _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k + 8])), 1);
-    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.shuffle + 2 * k));
+        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base0))),
+        _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base1)), 1);
+    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(shuffles));
     const __m256i lo = _mm256_shuffle_epi8(bytes, shuffle);
     const __m256i hi = _mm256_shuffle_epi8(bytes, _mm256_add_epi8(shuffle, _mm256_set1_epi8(1)));
-    const __m256i wx1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.wx1_16 + k));
+    const __m256i wx1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(wx1s));
     const __m256i wx0 = _mm256_sub_epi16(_mm256_set1_epi16(256), wx1);
     const __m256i sum = _mm256_add_epi16(_mm256_mullo_epi16(lo, wx0), _mm256_mullo_epi16(hi, wx1));
-    _mm256_store_si256(reinterpret_cast<__m256i *>(h) + k / 16,
-                       _mm256_xor_si256(sum, _mm256_set1_epi16(int16_t(0x8000))));
+    _mm256_store_si256(reinterpret_cast<__m256i *>(h), _mm256_xor_si256(sum, _mm256_set1_epi16(int16_t(0x8000))));
+}
+
+inline void bytes_h16(const strip &s, const uint8_t *row, uint32_t *h, uint32_t k)
+{
+    bytes_h16_at(row, s.x0[k], s.x0[k + 8], s.shuffle + 2 * k, s.wx1_16 + k,
+                 reinterpret_cast<__m256i *>(h) + k / 16);
 }
 
 // H of one source row at every column of the strip; `readable` as above.
@@ -313,14 +319,14 @@ inline void store_outputs(T *out, uint32_t k, uint32_t n, size_t dst_step, __m25
 // the pairs (H'(y0), H'(y1)) by (wy0, wy1) gives X' = X - 32768 * 256 where
 // X = H(y0) * wy0 + H(y1) * wy1 (all terms below 2^24 in magnitude), so
 // out = (X' + 2^23 + 2^15) >> 16, the same integer.
-inline void vertical_u8(const strip &s, const uint32_t *h0, const uint32_t *h1, uint32_t wy1,
-                        uint8_t *out, size_t dst_step)
+inline void vertical_u8(uint32_t n, const void *h0, const void *h1, uint32_t wy1, uint8_t *out,
+                        size_t dst_step)
 {
     const __m256i w = _mm256_set1_epi32(int32_t((wy1 << 16) | (256 - wy1)));
     const __m256i bias = _mm256_set1_epi32((1 << 23) + 32768);
     const __m256i *a = reinterpret_cast<const __m256i *>(h0);
     const __m256i *b = reinterpret_cast<const __m256i *>(h1);
-    for (uint32_t k = 0; k < s.n; k += 16) {
+    for (uint32_t k = 0; k < n; k += 16) {
         // Sixteen 16-bit H' of columns k ... k + 15 per row.
         const __m256i p0 = _mm256_load_si256(a + k / 16);
         const __m256i p1 = _mm256_load_si256(b + k / 16);
@@ -331,7 +337,7 @@ inline void vertical_u8(const strip &s, const uint32_t *h0, const uint32_t *h1, 
                                                   _mm256_srli_epi32(_mm256_add_epi32(high, bias), 16));
         const __m128i v = _mm256_castsi256_si128(
             _mm256_permute4x64_epi64(_mm256_packus_epi16(words, words), 0x08));
-        if (k + 16 <= s.n) {
+        if (k + 16 <= n) {
             if (dst_step == 1)
                 _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), v);
             else
@@ -340,7 +346,7 @@ inline void vertical_u8(const strip &s, const uint32_t *h0, const uint32_t *h1, 
         }
         alignas(16) uint8_t tail[16];
         _mm_store_si128(reinterpret_cast<__m128i *>(tail), v);
-        for (uint32_t m = 0; k + m < s.n; ++m)
+        for (uint32_t m = 0; k + m < n; ++m)
             out[(k + m) * dst_step] = tail[m];
     }
 }
@@ -655,6 +661,92 @@ bool pair_row_walk(const uint16_t *src, size_t src_stride, size_t src_elements, 
     return true;
 }
 
+// Row walk of the 8-bit members for x steps up to 512: output rows are
+// written whole, in order (narrow strips measured far slower: the short
+// runs of every row defeat the prefetchers), from the 16-bit horizontal sums
+// of the two source rows in use (bytes_h16_at, vertical_u8). With x_step <=
+// 512 the eight columns of a half vector have lower indices at most fourteen
+// apart (7 * 512 / 256), so every pair lies within the sixteen bytes read
+// from the half's first lower index. The tables are those of the strips in
+// their 16-bit form only, so that a whole 4K row fits in about 34 KiB.
+constexpr uint32_t kByteColumns = 4096;
+
+struct byte_rows {
+    alignas(32) int8_t shuffle[2 * kByteColumns]; // as strip::shuffle
+    alignas(32) int16_t wx1[kByteColumns];
+    alignas(32) int16_t h[2][kByteColumns]; // H' of source row `row[s]`, slot s = row & 1
+    int32_t base[kByteColumns / 8];         // lower index of columns 8j
+    int64_t row[2];
+};
+
+static_assert(sizeof(byte_rows) <= 36 * 1024, "the row tables live on the stack");
+
+// Tables of columns ox0 ... ox0 + n - 1; the columns up to the next multiple
+// of sixteen repeat the last one, so their reads stay inside.
+void plan_byte_rows(byte_rows &b, uint32_t ox0, uint32_t n, uint32_t x_start, uint32_t x_step)
+{
+    const uint32_t vector = (n + 15) & ~15u;
+    for (uint32_t k = 0; k < vector; ++k) {
+        uint32_t lower, weight;
+        axis_rule(x_start + (ox0 + min_u32(k, n - 1)) * x_step, lower, weight);
+        if (k % 8 == 0)
+            b.base[k / 8] = int32_t(lower);
+        b.shuffle[2 * k] = int8_t(int32_t(lower) - b.base[k / 8]);
+        b.shuffle[2 * k + 1] = int8_t(0x80);
+        b.wx1[k] = int16_t(weight);
+    }
+    b.row[0] = b.row[1] = -1;
+}
+
+// H' of one source row; `readable` elements from `row` to the end of the
+// source. Vectors whose second half would read past it take the samples one
+// by one (the same H', H - 32768 modulo 2^16).
+void byte_row_sums(const byte_rows &b, uint32_t n, const uint8_t *row, size_t readable, int16_t *h)
+{
+    for (uint32_t k = 0; k < n; k += 16) {
+        if (size_t(b.base[k / 8 + 1]) + 16 <= readable) {
+            bytes_h16_at(row, b.base[k / 8], b.base[k / 8 + 1], b.shuffle + 2 * k, b.wx1 + k, h + k);
+            continue;
+        }
+        for (uint32_t m = k; m < k + 16; ++m) {
+            const int32_t x0 = b.base[m / 8] + b.shuffle[2 * m];
+            const int32_t w = b.wx1[m];
+            h[m] = int16_t(uint16_t((row[x0] * (256 - w) + row[x0 + 1] * w) ^ 0x8000));
+        }
+    }
+}
+
+bool byte_row_walk(const uint8_t *src, size_t src_stride, size_t src_elements, uint32_t x_start,
+                   uint32_t x_step, uint32_t y_start, uint32_t y_step, uint8_t *dst,
+                   uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    if (x_step > 512)
+        return false;
+    byte_rows b;
+    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += kByteColumns) {
+        const uint32_t n = min_u32(kByteColumns, dst_width - ox0);
+        plan_byte_rows(b, ox0, n, x_start, x_step);
+        uint32_t pos_y = y_start;
+        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+            uint32_t y0, wy1;
+            axis_rule(pos_y, y0, wy1);
+            const int16_t *h[2];
+            for (uint32_t r = 0; r < 2; ++r) {
+                const uint32_t row = y0 + r;
+                int16_t *slot = b.h[row & 1];
+                if (b.row[row & 1] != row) {
+                    const size_t offset = size_t(row) * src_stride;
+                    byte_row_sums(b, n, src + offset, src_elements - offset, slot);
+                    b.row[row & 1] = row;
+                }
+                h[r] = slot;
+            }
+            vertical_u8(n, h[0], h[1], wy1, dst + (size_t(oy) * dst_width + ox0) * dst_step, dst_step);
+        }
+    }
+    return true;
+}
+
 template <typename T>
 void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start, uint32_t x_step,
           uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width, uint32_t dst_height,
@@ -663,13 +755,18 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
     if (halving_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
                      dst_width, dst_height, dst_step))
         return;
+    // Whole weights everywhere keep the strips (their rows are picks).
+    // 8-bit samples take the row walk when x_step <= 512, else the strips.
     // 16-bit samples: strong enlargements (more than four output rows per
-    // source row) and whole weights everywhere (their rows are picks) keep
-    // the strips; of the rest, enlargements with x_step <= 512 take the row
-    // walk, which shares a source row's sums between output rows, and
-    // everything else the direct walk, which then costs less. 8-bit samples
-    // keep the strips: there the shared sums measured faster, the samples
-    // being cheap to stream.
+    // source row) keep the strips; of the rest, enlargements with x_step <=
+    // 512 take the row walk, which shares a source row's sums between output
+    // rows, and everything else the direct walk, which then costs less.
+    if constexpr (sizeof(T) == 1) {
+        const bool whole = ((x_step | x_start | y_step | y_start) & 255) == 0;
+        if (!whole && byte_row_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step,
+                                    dst, dst_width, dst_height, dst_step))
+            return;
+    }
     if constexpr (sizeof(T) == 2) {
         const bool whole = ((x_step | x_start | y_step | y_start) & 255) == 0;
         if (!whole && y_step >= 64) {
@@ -706,7 +803,7 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
             }
             T *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
             if constexpr (sizeof(T) == 1) {
-                vertical_u8(s, h[0], h[1], wy1, out, dst_step);
+                vertical_u8(s.n, h[0], h[1], wy1, out, dst_step);
                 continue;
             }
             const __m256i w0 = _mm256_set1_epi32(int32_t(256 - wy1));
