@@ -6,9 +6,14 @@
 // forms it. The result is rounded and stored as the portable loop does.
 // The walks, chosen by the shape of the resize:
 // - halving with whole weights: rows of picks, packed;
-// - direct, row by row (16-bit samples, unless more than four output rows
-//   share a pair of source rows): every output from its own four samples,
-//   the columns computed in vector form;
+// - rows (x steps up to 512, some weight fractional; for 16-bit samples
+//   only enlargements, y_step < 256): whole output rows in
+//   order, from horizontal sums kept for the two source rows in use, each
+//   pair of samples from one load and a byte shuffle (8-bit samples: 16-bit
+//   products; 16-bit samples: a signed 16-bit multiply-add);
+// - direct, row by row (the other 16-bit shapes with some weight
+//   fractional and at most four output rows per source row): every output
+//   from its own four samples, the columns computed in vector form;
 // - strips (the rest): per-column tables and per-source-row horizontal sums
 //   in bounded stack buffers, shared by the output rows that read that
 //   source row.
@@ -196,19 +201,25 @@ inline void horizontal8(const strip &s, const T *row, size_t readable, uint32_t 
 // more, and 0x80 + 1 still zeroes). H = S[x0] * wx0 + S[x0 + 1] * wx1 is at
 // most 255 * 256, so the 16-bit products and their sum, taken modulo 2^16,
 // are exact; H - 32768 is H with its top bit flipped, stored as put_h8 does.
-inline void bytes_h16(const strip &s, const uint8_t *row, uint32_t *h, uint32_t k)
+inline void bytes_h16_at(const uint8_t *row, int32_t base0, int32_t base1, const int8_t *shuffles,
+                         const int16_t *wx1s, void *h)
 {
     const __m256i bytes = _mm256_inserti128_si256(
-        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k]))),
-        _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.x0[k + 8])), 1);
-    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.shuffle + 2 * k));
+        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base0))),
+        _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base1)), 1);
+    const __m256i shuffle = _mm256_load_si256(reinterpret_cast<const __m256i *>(shuffles));
     const __m256i lo = _mm256_shuffle_epi8(bytes, shuffle);
     const __m256i hi = _mm256_shuffle_epi8(bytes, _mm256_add_epi8(shuffle, _mm256_set1_epi8(1)));
-    const __m256i wx1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(s.wx1_16 + k));
+    const __m256i wx1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(wx1s));
     const __m256i wx0 = _mm256_sub_epi16(_mm256_set1_epi16(256), wx1);
     const __m256i sum = _mm256_add_epi16(_mm256_mullo_epi16(lo, wx0), _mm256_mullo_epi16(hi, wx1));
-    _mm256_store_si256(reinterpret_cast<__m256i *>(h) + k / 16,
-                       _mm256_xor_si256(sum, _mm256_set1_epi16(int16_t(0x8000))));
+    _mm256_store_si256(reinterpret_cast<__m256i *>(h), _mm256_xor_si256(sum, _mm256_set1_epi16(int16_t(0x8000))));
+}
+
+inline void bytes_h16(const strip &s, const uint8_t *row, uint32_t *h, uint32_t k)
+{
+    bytes_h16_at(row, s.x0[k], s.x0[k + 8], s.shuffle + 2 * k, s.wx1_16 + k,
+                 reinterpret_cast<__m256i *>(h) + k / 16);
 }
 
 // H of one source row at every column of the strip; `readable` as above.
@@ -308,14 +319,14 @@ inline void store_outputs(T *out, uint32_t k, uint32_t n, size_t dst_step, __m25
 // the pairs (H'(y0), H'(y1)) by (wy0, wy1) gives X' = X - 32768 * 256 where
 // X = H(y0) * wy0 + H(y1) * wy1 (all terms below 2^24 in magnitude), so
 // out = (X' + 2^23 + 2^15) >> 16, the same integer.
-inline void vertical_u8(const strip &s, const uint32_t *h0, const uint32_t *h1, uint32_t wy1,
-                        uint8_t *out, size_t dst_step)
+inline void vertical_u8(uint32_t n, const void *h0, const void *h1, uint32_t wy1, uint8_t *out,
+                        size_t dst_step)
 {
     const __m256i w = _mm256_set1_epi32(int32_t((wy1 << 16) | (256 - wy1)));
     const __m256i bias = _mm256_set1_epi32((1 << 23) + 32768);
     const __m256i *a = reinterpret_cast<const __m256i *>(h0);
     const __m256i *b = reinterpret_cast<const __m256i *>(h1);
-    for (uint32_t k = 0; k < s.n; k += 16) {
+    for (uint32_t k = 0; k < n; k += 16) {
         // Sixteen 16-bit H' of columns k ... k + 15 per row.
         const __m256i p0 = _mm256_load_si256(a + k / 16);
         const __m256i p1 = _mm256_load_si256(b + k / 16);
@@ -326,7 +337,7 @@ inline void vertical_u8(const strip &s, const uint32_t *h0, const uint32_t *h1, 
                                                   _mm256_srli_epi32(_mm256_add_epi32(high, bias), 16));
         const __m128i v = _mm256_castsi256_si128(
             _mm256_permute4x64_epi64(_mm256_packus_epi16(words, words), 0x08));
-        if (k + 16 <= s.n) {
+        if (k + 16 <= n) {
             if (dst_step == 1)
                 _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), v);
             else
@@ -335,7 +346,7 @@ inline void vertical_u8(const strip &s, const uint32_t *h0, const uint32_t *h1, 
         }
         alignas(16) uint8_t tail[16];
         _mm_store_si128(reinterpret_cast<__m128i *>(tail), v);
-        for (uint32_t m = 0; k + m < s.n; ++m)
+        for (uint32_t m = 0; k + m < n; ++m)
             out[(k + m) * dst_step] = tail[m];
     }
 }
@@ -517,6 +528,225 @@ void small_direct_walk(const T *src, size_t src_stride, size_t src_elements, uin
     }
 }
 
+// Row walk of the 16-bit members for x steps up to 512: output rows are
+// written whole, in order (rows cut into strips measured far slower: the
+// short runs of every row defeat the prefetchers), from horizontal sums
+// kept for the two source rows in use. A lane's pair (S[x0], S[x0 + 1]) is
+// one 32-bit unit of the row at x0; with x_step <= 512 the four lanes of a
+// half vector have lower indices at most six apart (3 * 512 / 256), so one
+// load of eight samples from the half's first lower index holds all four
+// pairs, which a byte shuffle moves into the lanes. Flipping each sample's
+// top bit (S - 32768) makes them signed, and the signed multiply-add by
+// (wx0, wx1) then gives H' = H - 2^23 exactly (wx0 + wx1 = 256). Per output
+// row, X' = H'(y0) * wy0 + H'(y1) * wy1 = X - 2^31 is exact modulo 2^32 and
+// X + 2^15 < 2^32, so adding 2^31 + 2^15 and shifting by 16 gives the
+// portable loop's result.
+constexpr uint32_t kPairColumns = 4096; // the sums of two rows: 32 KiB of stack
+
+struct pair_rows {
+    alignas(32) int32_t h[2][kPairColumns]; // H' of source row `row[s]`, slot s = row & 1
+    int64_t row[2];
+};
+
+// H' of eight columns of one source row, given their lower indices and
+// upper weights and the lower indices of lanes 0 and 4; `readable` is the
+// number of elements from `row` to the end of the source.
+EJ_BILINEAR_INLINE __m256i pair_sums8(const uint16_t *row, size_t readable, __m256i lower, __m256i wx1,
+                                     int32_t base_lo, int32_t base_hi)
+{
+    if (size_t(base_hi) + 8 <= readable) {
+        const __m256i w01 = _mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(256), wx1),
+                                            _mm256_slli_epi32(wx1, 16));
+        // Byte b of lane m: 2 * rel + b, rel = lower[m] - lower[first lane of the half].
+        const __m256i halves = _mm256_setr_epi32(0, 0, 0, 0, 4, 4, 4, 4);
+        const __m256i rel = _mm256_sub_epi32(lower, _mm256_permutevar8x32_epi32(lower, halves));
+        const __m256i shuffle = _mm256_add_epi32(_mm256_mullo_epi32(rel, _mm256_set1_epi32(0x02020202)),
+                                                 _mm256_set1_epi32(0x03020100));
+        const __m256i samples = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base_lo))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base_hi)), 1);
+        const __m256i pairs = _mm256_xor_si256(_mm256_shuffle_epi8(samples, shuffle),
+                                               _mm256_set1_epi16(int16_t(0x8000)));
+        return _mm256_madd_epi16(pairs, w01);
+    }
+    // Near the end of the source: the same H' from the samples one by one.
+    alignas(32) int32_t x0[8], w1[8], v[8];
+    _mm256_store_si256(reinterpret_cast<__m256i *>(x0), lower);
+    _mm256_store_si256(reinterpret_cast<__m256i *>(w1), wx1);
+    for (int m = 0; m < 8; ++m)
+        v[m] = (int32_t(row[x0[m]]) - 32768) * (256 - w1[m]) + (int32_t(row[x0[m] + 1]) - 32768) * w1[m];
+    return load8(v);
+}
+
+// Calls f(k, lower, wx1, base_lo, base_hi) for the columns ox0 + k ... ox0
+// + k + 7, k = 0, 8, ... below n (lanes past the last column repeat it, so
+// their reads stay inside).
+template <typename F>
+EJ_BILINEAR_INLINE void for_each_column8(uint32_t ox0, uint32_t n, uint32_t dst_width, uint32_t x_start,
+                                        uint32_t x_step, F f)
+{
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i last = _mm256_set1_epi32(int32_t(dst_width - 1));
+    // Positions advance by the step (exact: every stored column's position
+    // is below 2^32); the last vector of the row takes its lanes' columns
+    // clamped to the last one, so that nothing past the end can wrap.
+    const __m256i advance = _mm256_set1_epi32(int32_t(8 * x_step));
+    __m256i next = _mm256_add_epi32(_mm256_set1_epi32(int32_t(x_start + ox0 * x_step)),
+                                    _mm256_mullo_epi32(lane_index(), _mm256_set1_epi32(int32_t(x_step))));
+    for (uint32_t k = 0; k < n; k += 8, next = _mm256_add_epi32(next, advance)) {
+        const uint32_t ox = ox0 + k;
+        __m256i pos = next;
+        if (ox + 8 > dst_width) {
+            const __m256i column = _mm256_min_epu32(_mm256_add_epi32(_mm256_set1_epi32(int32_t(ox)), lane_index()), last);
+            pos = _mm256_add_epi32(_mm256_set1_epi32(int32_t(x_start)),
+                                   _mm256_mullo_epi32(column, _mm256_set1_epi32(int32_t(x_step))));
+        }
+        // lower = (max(pos, 1) - 1) >> 8 is 0 for pos = 0, whose weight is then 0.
+        const __m256i lower = _mm256_srli_epi32(_mm256_sub_epi32(_mm256_max_epu32(pos, one), one), 8);
+        const __m256i wx1 = _mm256_sub_epi32(pos, _mm256_slli_epi32(lower, 8));
+        const int32_t base_lo = _mm256_cvtsi256_si32(lower);
+        const int32_t base_hi = _mm256_cvtsi256_si32(_mm256_permutevar8x32_epi32(lower, _mm256_set1_epi32(4)));
+        f(k, lower, wx1, base_lo, base_hi);
+    }
+}
+
+// The rounded result of X' = H'(y0) * wy0 + H'(y1) * wy1 (see above).
+EJ_BILINEAR_INLINE __m256i pair_vertical8(__m256i h0, __m256i h1, __m256i wy0, __m256i wy1)
+{
+    const __m256i x = _mm256_add_epi32(_mm256_mullo_epi32(h0, wy0), _mm256_mullo_epi32(h1, wy1));
+    return _mm256_srli_epi32(_mm256_add_epi32(x, _mm256_set1_epi32(int32_t(0x80008000u))), 16); // + 2^31 + 2^15
+}
+
+bool pair_row_walk(const uint16_t *src, size_t src_stride, size_t src_elements, uint32_t x_start,
+                   uint32_t x_step, uint32_t y_start, uint32_t y_step, uint16_t *dst,
+                   uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    if (x_step > 512 || y_step >= 256)
+        return false;
+    pair_rows p;
+    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += kPairColumns) {
+        const uint32_t n = min_u32(kPairColumns, dst_width - ox0);
+        p.row[0] = p.row[1] = -1;
+        uint32_t pos_y = y_start;
+        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+            uint32_t y0, wy1;
+            axis_rule(pos_y, y0, wy1);
+            const int32_t *h[2];
+            for (uint32_t r = 0; r < 2; ++r) {
+                const uint32_t row = y0 + r;
+                int32_t *slot = p.h[row & 1];
+                if (p.row[row & 1] != row) {
+                    const size_t offset = size_t(row) * src_stride;
+                    const uint16_t *line = src + offset;
+                    const size_t readable = src_elements - offset;
+                    for_each_column8(ox0, n, dst_width, x_start, x_step,
+                                     [&](uint32_t k, __m256i lower, __m256i wx1, int32_t lo, int32_t hi) {
+                        _mm256_store_si256(reinterpret_cast<__m256i *>(slot + k),
+                                           pair_sums8(line, readable, lower, wx1, lo, hi));
+                    });
+                    p.row[row & 1] = row;
+                }
+                h[r] = slot;
+            }
+            const __m256i w0 = _mm256_set1_epi32(int32_t(256 - wy1));
+            const __m256i w1 = _mm256_set1_epi32(int32_t(wy1));
+            uint16_t *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
+            for (uint32_t k = 0; k < n; k += 8) {
+                const __m256i h0 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[0] + k));
+                const __m256i h1 = _mm256_load_si256(reinterpret_cast<const __m256i *>(h[1] + k));
+                store_outputs(out, k, n, dst_step, pair_vertical8(h0, h1, w0, w1));
+            }
+        }
+    }
+    return true;
+}
+
+// Row walk of the 8-bit members for x steps up to 512: output rows are
+// written whole, in order (narrow strips measured far slower: the short
+// runs of every row defeat the prefetchers), from the 16-bit horizontal sums
+// of the two source rows in use (bytes_h16_at, vertical_u8). With x_step <=
+// 512 the eight columns of a half vector have lower indices at most fourteen
+// apart (7 * 512 / 256), so every pair lies within the sixteen bytes read
+// from the half's first lower index. The tables are those of the strips in
+// their 16-bit form only, so that a whole 4K row fits in about 34 KiB.
+constexpr uint32_t kByteColumns = 4096;
+
+struct byte_rows {
+    alignas(32) int8_t shuffle[2 * kByteColumns]; // as strip::shuffle
+    alignas(32) int16_t wx1[kByteColumns];
+    alignas(32) int16_t h[2][kByteColumns]; // H' of source row `row[s]`, slot s = row & 1
+    int32_t base[kByteColumns / 8];         // lower index of columns 8j
+    int64_t row[2];
+};
+
+static_assert(sizeof(byte_rows) <= 36 * 1024, "the row tables live on the stack");
+
+// Tables of columns ox0 ... ox0 + n - 1; the columns up to the next multiple
+// of sixteen repeat the last one, so their reads stay inside.
+void plan_byte_rows(byte_rows &b, uint32_t ox0, uint32_t n, uint32_t x_start, uint32_t x_step)
+{
+    const uint32_t vector = (n + 15) & ~15u;
+    for (uint32_t k = 0; k < vector; ++k) {
+        uint32_t lower, weight;
+        axis_rule(x_start + (ox0 + min_u32(k, n - 1)) * x_step, lower, weight);
+        if (k % 8 == 0)
+            b.base[k / 8] = int32_t(lower);
+        b.shuffle[2 * k] = int8_t(int32_t(lower) - b.base[k / 8]);
+        b.shuffle[2 * k + 1] = int8_t(0x80);
+        b.wx1[k] = int16_t(weight);
+    }
+    b.row[0] = b.row[1] = -1;
+}
+
+// H' of one source row; `readable` elements from `row` to the end of the
+// source. Vectors whose second half would read past it take the samples one
+// by one (the same H', H - 32768 modulo 2^16).
+void byte_row_sums(const byte_rows &b, uint32_t n, const uint8_t *row, size_t readable, int16_t *h)
+{
+    for (uint32_t k = 0; k < n; k += 16) {
+        if (size_t(b.base[k / 8 + 1]) + 16 <= readable) {
+            bytes_h16_at(row, b.base[k / 8], b.base[k / 8 + 1], b.shuffle + 2 * k, b.wx1 + k, h + k);
+            continue;
+        }
+        for (uint32_t m = k; m < k + 16; ++m) {
+            const int32_t x0 = b.base[m / 8] + b.shuffle[2 * m];
+            const int32_t w = b.wx1[m];
+            h[m] = int16_t(uint16_t((row[x0] * (256 - w) + row[x0 + 1] * w) ^ 0x8000));
+        }
+    }
+}
+
+bool byte_row_walk(const uint8_t *src, size_t src_stride, size_t src_elements, uint32_t x_start,
+                   uint32_t x_step, uint32_t y_start, uint32_t y_step, uint8_t *dst,
+                   uint32_t dst_width, uint32_t dst_height, size_t dst_step)
+{
+    if (x_step > 512)
+        return false;
+    byte_rows b;
+    for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += kByteColumns) {
+        const uint32_t n = min_u32(kByteColumns, dst_width - ox0);
+        plan_byte_rows(b, ox0, n, x_start, x_step);
+        uint32_t pos_y = y_start;
+        for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+            uint32_t y0, wy1;
+            axis_rule(pos_y, y0, wy1);
+            const int16_t *h[2];
+            for (uint32_t r = 0; r < 2; ++r) {
+                const uint32_t row = y0 + r;
+                int16_t *slot = b.h[row & 1];
+                if (b.row[row & 1] != row) {
+                    const size_t offset = size_t(row) * src_stride;
+                    byte_row_sums(b, n, src + offset, src_elements - offset, slot);
+                    b.row[row & 1] = row;
+                }
+                h[r] = slot;
+            }
+            vertical_u8(n, h[0], h[1], wy1, dst + (size_t(oy) * dst_width + ox0) * dst_step, dst_step);
+        }
+    }
+    return true;
+}
+
 template <typename T>
 void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start, uint32_t x_step,
           uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width, uint32_t dst_height,
@@ -525,15 +755,28 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
     if (halving_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
                      dst_width, dst_height, dst_step))
         return;
-    // 16-bit samples: whole weights on every column keep the strips (their
-    // rows are picks); otherwise strong enlargements (more than four output
-    // rows per source row) share the horizontal sums of a source row, and
-    // the rest take the direct walk. 8-bit samples keep the strips: there
-    // the shared sums measured faster, the samples being cheap to stream.
-    if (sizeof(T) == 2 && ((x_step | x_start) & 255) != 0 && y_step >= 64) {
-        small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
-                          dst_width, dst_height, dst_step);
-        return;
+    // Whole weights everywhere keep the strips (their rows are picks).
+    // 8-bit samples take the row walk when x_step <= 512, else the strips.
+    // 16-bit samples take it for enlargements with x_step <= 512 (it shares
+    // a source row's sums between output rows); the other shapes with
+    // fractional column weights and at most four output rows per source row
+    // take the direct walk, which then costs less, the rest the strips.
+    if constexpr (sizeof(T) == 1) {
+        const bool whole = ((x_step | x_start | y_step | y_start) & 255) == 0;
+        if (!whole && byte_row_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step,
+                                    dst, dst_width, dst_height, dst_step))
+            return;
+    }
+    if constexpr (sizeof(T) == 2) {
+        const bool whole = ((x_step | x_start | y_step | y_start) & 255) == 0;
+        if (!whole && pair_row_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step,
+                                    dst, dst_width, dst_height, dst_step))
+            return;
+        if (((x_step | x_start) & 255) != 0 && y_step >= 64) {
+            small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
+                              dst_width, dst_height, dst_step);
+            return;
+        }
     }
     strip s;
     for (uint32_t ox0 = 0; ox0 < dst_width; ox0 += s.n) {
@@ -561,7 +804,7 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
             }
             T *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
             if constexpr (sizeof(T) == 1) {
-                vertical_u8(s, h[0], h[1], wy1, out, dst_step);
+                vertical_u8(s.n, h[0], h[1], wy1, out, dst_step);
                 continue;
             }
             const __m256i w0 = _mm256_set1_epi32(int32_t(256 - wy1));

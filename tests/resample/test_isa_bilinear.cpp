@@ -150,6 +150,62 @@ TEST_F(IsaVariantsBilinear, Halvings)
     compare_all_members(halving_extents());
 }
 
+// 16-bit rows whose pairs come from one load per half vector (x steps up to
+// 512): steps just under 512 (pairs reaching the eighth sample), just over
+// it (the direct walk), 2x enlargements that fall back near the end of the
+// last rows, rows wider than the kept sums (two passes), whole column
+// weights with fractional row weights and the reverse; then planes at the
+// ends of the range, where the signed multiply-add must still give the
+// unsigned sums.
+std::vector<Extents> pair_shuffle_extents()
+{
+    return {{1000, 6, 501, 9}, {1000, 6, 499, 9}, {1920, 5, 3839, 9}, {19, 4, 37, 7},
+            {40, 40, 79, 79}, {300, 9, 251, 7},  {17, 3, 9, 2},     {2500, 3, 2100, 4},
+            {4000, 2, 5001, 3}, {300, 5, 300, 9}, {300, 9, 601, 9}, {7, 9, 13, 5}};
+}
+
+// Enough outputs (about 190 000) that some sums end in 0x7FFF below 2^16,
+// where a rounding bias off by one would change the result.
+TEST_F(IsaVariantsBilinear, SixteenBitRowsRounding)
+{
+    const Extents e = {1500, 100, 1801, 107}; // odd steps 213 and 239: odd weights
+    const auto src = random_plane<uint16_t>(size_t(e.sw) * e.sh, 91);
+    expect_same_bits<uint16_t>(size_t(e.dw) * e.dh, [&](uint16_t *dst) {
+        return resize_2d_array_uint16(src.data(), e.sw, e.sh, dst, e.dw, e.dh);
+    }, "rounding " + describe(e));
+}
+
+TEST_F(IsaVariantsBilinear, SixteenBitRows)
+{
+    compare_all_members(pair_shuffle_extents());
+}
+
+TEST_F(IsaVariantsBilinear, SixteenBitExtremeSamples)
+{
+    for (const Extents &e : pair_shuffle_extents()) {
+        const size_t n = size_t(e.sw) * e.sh;
+        // Four flat planes, then one alternating between 0 and 65535.
+        std::vector<std::vector<uint16_t>> planes;
+        for (uint16_t value : {0, 32767, 32768, 65535})
+            planes.emplace_back(n, value);
+        planes.emplace_back(n, uint16_t(0));
+        for (size_t k = 1; k < n; k += 2)
+            planes.back()[k] = 65535;
+        for (const std::vector<uint16_t> &src : planes) {
+            expect_same_bits<uint16_t>(size_t(e.dw) * e.dh, [&](uint16_t *dst) {
+                return resize_2d_array_uint16(src.data(), e.sw, e.sh, dst, e.dw, e.dh);
+            }, "sample " + std::to_string(src[0]) + " " + describe(e));
+        }
+        // A flat plane resizes to itself: the weights of a sample add up to 2^16.
+        for (size_t p = 0; p < 4; ++p) {
+            std::vector<uint16_t> out(size_t(e.dw) * e.dh);
+            ASSERT_EQ(resize_2d_array_uint16(planes[p].data(), e.sw, e.sh, out.data(), e.dw, e.dh), 0u);
+            for (uint16_t v : out)
+                ASSERT_EQ(v, planes[p][0]) << describe(e);
+        }
+    }
+}
+
 // The widest 32-bit sources: positions reach 2^32 - 4096, so lanes past the
 // last column of a vector would wrap; they must neither read outside nor
 // disturb the stored lanes.
