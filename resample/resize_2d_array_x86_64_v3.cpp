@@ -7,7 +7,7 @@
 // The walks, chosen by the shape of the resize:
 // - halving with whole weights: rows of picks, packed;
 // - rows (x steps up to 512, some weight fractional; for 16-bit samples
-//   only enlargements, y_step < 256): whole output rows in
+//   only with one to four output rows per source row): whole output rows in
 //   order, from horizontal sums kept for the two source rows in use, each
 //   pair of samples from one load and a byte shuffle (8-bit samples: 16-bit
 //   products; 16-bit samples: a signed 16-bit multiply-add);
@@ -757,10 +757,10 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
         return;
     // Whole weights everywhere keep the strips (their rows are picks).
     // 8-bit samples take the row walk when x_step <= 512, else the strips.
-    // 16-bit samples take it for enlargements with x_step <= 512 (it shares
-    // a source row's sums between output rows); the other shapes with
-    // fractional column weights and at most four output rows per source row
-    // take the direct walk, which then costs less, the rest the strips.
+    // 16-bit samples: strong enlargements (more than four output rows per
+    // source row) keep the strips; of the rest, enlargements with x_step <=
+    // 512 take the row walk, which shares a source row's sums between output
+    // rows, and everything else the direct walk, which then costs less.
     if constexpr (sizeof(T) == 1) {
         const bool whole = ((x_step | x_start | y_step | y_start) & 255) == 0;
         if (!whole && byte_row_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step,
@@ -769,12 +769,11 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
     }
     if constexpr (sizeof(T) == 2) {
         const bool whole = ((x_step | x_start | y_step | y_start) & 255) == 0;
-        if (!whole && pair_row_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step,
-                                    dst, dst_width, dst_height, dst_step))
-            return;
-        if (((x_step | x_start) & 255) != 0 && y_step >= 64) {
-            small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
-                              dst_width, dst_height, dst_step);
+        if (!whole && y_step >= 64) {
+            if (!pair_row_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
+                               dst_width, dst_height, dst_step))
+                small_direct_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step,
+                                  dst, dst_width, dst_height, dst_step);
             return;
         }
     }
