@@ -6,6 +6,8 @@
 // forms it. The result is rounded and stored as the portable loop does.
 // The walks, chosen by the shape of the resize:
 // - halving with whole weights: rows of picks, packed;
+// - whole weights with other column steps of up to eight samples: rows of
+//   picks moved into place by byte shuffles;
 // - rows (x steps up to 512, some weight fractional; for 16-bit samples
 //   only with one to four output rows per source row): whole output rows in
 //   order, from horizontal sums kept for the two source rows in use, each
@@ -431,6 +433,61 @@ bool halving_walk(const T *src, size_t src_stride, size_t src_elements, uint32_t
     return true;
 }
 
+// Whole weights with a column step of k whole samples (x_step = 256 k, k <=
+// 8): every output is the sample at (pos_y >> 8, pos_x >> 8) (see pick_row),
+// so a row's outputs are every k-th sample from its first pick. Rows are
+// walked whole, in order; sixteen bytes of output (sixteen 8-bit or eight
+// 16-bit samples) come from the k vectors of sixteen bytes they span, each
+// byte moved into place by a shuffle (bytes of other vectors zeroed) and the
+// k results combined.
+constexpr uint32_t kMaxPickStride = 8;
+
+template <typename T>
+bool pick_walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start,
+               uint32_t x_step, uint32_t y_start, uint32_t y_step, T *dst, uint32_t dst_width,
+               uint32_t dst_height, size_t dst_step)
+{
+    if (((x_step | x_start | y_step | y_start) & 255) != 0)
+        return false;
+    const uint32_t k = x_step >> 8;
+    if (k == 0 || k > kMaxPickStride)
+        return false;
+    constexpr uint32_t per_vector = 16 / sizeof(T);
+    // shuffles[v]: byte b of the output takes byte b + k * (b - b % size) - 16 v
+    // of vector v, when that lies in it.
+    alignas(16) int8_t shuffles[kMaxPickStride][16];
+    for (uint32_t v = 0; v < k; ++v) {
+        for (uint32_t b = 0; b < 16; ++b) {
+            const int32_t at = int32_t(k * (b - b % sizeof(T)) + b % sizeof(T)) - int32_t(16 * v);
+            shuffles[v][b] = at >= 0 && at < 16 ? int8_t(at) : int8_t(0x80);
+        }
+    }
+    uint32_t pos_y = y_start;
+    for (uint32_t oy = 0; oy < dst_height; ++oy, pos_y += y_step) {
+        const size_t offset = size_t(pos_y >> 8) * src_stride + (x_start >> 8);
+        const T *line = src + offset;
+        const size_t readable = src_elements - offset;
+        T *out = dst + size_t(oy) * dst_width * dst_step;
+        uint32_t ox = 0;
+        // A vector of outputs reads k * 16 bytes from line + ox * k.
+        for (; ox + per_vector <= dst_width && size_t(ox + per_vector) * k <= readable; ox += per_vector) {
+            const uint8_t *from = reinterpret_cast<const uint8_t *>(line + size_t(ox) * k);
+            __m128i r = _mm_setzero_si128();
+            for (uint32_t v = 0; v < k; ++v)
+                r = _mm_or_si128(r, _mm_shuffle_epi8(
+                                        _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + 16 * v)),
+                                        _mm_load_si128(reinterpret_cast<const __m128i *>(shuffles[v]))));
+            if (dst_step == 1)
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(out + ox), r);
+            else
+                put_lanes<0, per_vector>(out + size_t(ox) * dst_step, r, dst_step);
+        }
+        for (; ox < dst_width; ++ox)
+            out[size_t(ox) * dst_step] = line[size_t(ox) * k];
+    }
+    return true;
+}
+
 // Direct walk of the 8- and 16-bit members, row by row: every output from
 // its own four samples (the same integer as the portable loop's, all
 // products and sums below 2^32), with nothing shared between output rows.
@@ -753,9 +810,12 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
           size_t dst_step)
 {
     if (halving_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst,
-                     dst_width, dst_height, dst_step))
+                     dst_width, dst_height, dst_step) ||
+        pick_walk(src, src_stride, src_elements, x_start, x_step, y_start, y_step, dst, dst_width,
+                  dst_height, dst_step))
         return;
-    // Whole weights everywhere keep the strips (their rows are picks).
+    // Whole weights with larger column steps keep the strips (their rows
+    // are picks).
     // 8-bit samples take the row walk when x_step <= 512, else the strips.
     // 16-bit samples: strong enlargements (more than four output rows per
     // source row) keep the strips; of the rest, enlargements with x_step <=

@@ -118,6 +118,20 @@ std::vector<Extents> halving_extents()
             {66, 10, 32, 2}, {130, 7, 64, 6},  {3, 5, 2, 3},      {257, 4, 129, 4}};
 }
 
+// Whole weights with column steps of k samples (extents (d - 1) k + 1 -> d):
+// k = 1 (a copy), 3, 4, 5, 7 and 8 are walked row by row with shuffles, with
+// vectors ending on the last sample of the source; k = 9 keeps the strips.
+std::vector<Extents> pick_extents()
+{
+    return {{37, 5, 37, 5},   {118, 13, 40, 5}, {133, 3, 34, 3}, {246, 7, 50, 7},
+            {120, 3, 18, 2},  {505, 9, 64, 5},  {181, 5, 21, 5}, {49, 25, 17, 9}};
+}
+
+TEST_F(IsaVariantsBilinear, WholeStepPicks)
+{
+    compare_all_members(pick_extents());
+}
+
 // 8-bit strips, sixteen columns per vector from byte shuffles: steps whose
 // eight columns span just under, at and just over sixteen bytes (some
 // vectors fit, their neighbours do not), enlargements over two strips, and
