@@ -86,14 +86,17 @@ std::vector<int32_t> block_max_ref(const std::vector<int32_t> &src, uint32_t src
 // would pass the last sample (2 -> 397 for 16.16, 1 -> 280 in the worked
 // examples; 14 -> 13 and 3000 -> 1237 for the float ratio), and 4 -> 28,
 // 5 -> 35, where an interior t rounds to 3.0000002 (the tolerant rule picks
-// 2, the exact one 3).
+// 2, the exact one 3); columns evenly spaced by 3, 4 and 1 (taken as strided
+// loads), and rows wider than one strip of 4096 columns.
 TEST(NearestNeighbor, KernelsMatchTheReferences)
 {
     const struct {
         uint32_t sw, sh, dw, dh;
     } shapes[] = {{3, 3, 3, 3},      {4, 4, 2, 2},      {2, 2, 4, 4},      {7, 5, 3, 11},
                   {5, 3, 21, 2},     {14, 13, 13, 14},  {2, 3, 397, 5},    {16, 9, 7, 4},
-                  {640, 3, 1237, 2}, {3000, 2, 1237, 3}, {1000, 2, 1023, 2}, {4, 5, 28, 35},  {700, 4, 2500, 9}};
+                  {640, 3, 1237, 2}, {3000, 2, 1237, 3}, {1000, 2, 1023, 2}, {4, 5, 28, 35},  {700, 4, 2500, 9},
+                  {3001, 4, 1001, 2}, {4001, 3, 1001, 2}, {2500, 2, 2500, 2}, {1000, 2, 5000, 2},
+                  {9001, 2, 4501, 2}};
     for (const auto &s : shapes) {
         SCOPED_TRACE(testing::Message() << s.sw << "x" << s.sh << " -> " << s.dw << "x" << s.dh);
         const size_t n = size_t(s.dw) * s.dh;
