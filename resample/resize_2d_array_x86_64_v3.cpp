@@ -52,6 +52,26 @@ inline void axis_rule(uint32_t pos, uint32_t &lower, uint32_t &upper_weight)
     upper_weight = pos - (lower << 8);
 }
 
+// The horizontal sums of source rows y0 and y0 + 1 for one output row, in
+// h[0] and h[1]. The walks keep each source row's sums in slot row & 1
+// (slots[0], slots[1]), `kept` naming the row a slot holds (-1: none), so a
+// row's sums are formed once, by fill(row, slot), for all the output rows
+// that read it.
+template <typename H, typename Fill>
+EJ_BILINEAR_INLINE void row_pair_sums(H *const (&slots)[2], int64_t (&kept)[2], uint32_t y0,
+                                      const H *(&h)[2], Fill fill)
+{
+    for (uint32_t r = 0; r < 2; ++r) {
+        const uint32_t row = y0 + r;
+        H *slot = slots[row & 1];
+        if (kept[row & 1] != row) {
+            fill(row, slot);
+            kept[row & 1] = row;
+        }
+        h[r] = slot;
+    }
+}
+
 // The strip walk of the 8- and 16-bit members forms the sum split by axis,
 //   H(y, x) = S[y][x0] * wx0 + S[y][x1] * wx1   (once per source row and column)
 //   out     = (H(y0, x) * wy0 + H(y1, x) * wy1 + 2^15) >> 16
@@ -689,22 +709,17 @@ bool pair_row_walk(const uint16_t *src, size_t src_stride, size_t src_elements, 
             uint32_t y0, wy1;
             axis_rule(pos_y, y0, wy1);
             const int32_t *h[2];
-            for (uint32_t r = 0; r < 2; ++r) {
-                const uint32_t row = y0 + r;
-                int32_t *slot = p.h[row & 1];
-                if (p.row[row & 1] != row) {
-                    const size_t offset = size_t(row) * src_stride;
-                    const uint16_t *line = src + offset;
-                    const size_t readable = src_elements - offset;
-                    for_each_column8(ox0, n, dst_width, x_start, x_step,
-                                     [&](uint32_t k, __m256i lower, __m256i wx1, int32_t lo, int32_t hi) {
-                        _mm256_store_si256(reinterpret_cast<__m256i *>(slot + k),
-                                           pair_sums8(line, readable, lower, wx1, lo, hi));
-                    });
-                    p.row[row & 1] = row;
-                }
-                h[r] = slot;
-            }
+            int32_t *const slots[2] = {p.h[0], p.h[1]};
+            row_pair_sums(slots, p.row, y0, h, [&](uint32_t row, int32_t *slot) {
+                const size_t offset = size_t(row) * src_stride;
+                const uint16_t *line = src + offset;
+                const size_t readable = src_elements - offset;
+                for_each_column8(ox0, n, dst_width, x_start, x_step,
+                                 [&](uint32_t k, __m256i lower, __m256i wx1, int32_t lo, int32_t hi) {
+                    _mm256_store_si256(reinterpret_cast<__m256i *>(slot + k),
+                                       pair_sums8(line, readable, lower, wx1, lo, hi));
+                });
+            });
             const __m256i w0 = _mm256_set1_epi32(int32_t(256 - wy1));
             const __m256i w1 = _mm256_set1_epi32(int32_t(wy1));
             uint16_t *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
@@ -788,16 +803,11 @@ bool byte_row_walk(const uint8_t *src, size_t src_stride, size_t src_elements, u
             uint32_t y0, wy1;
             axis_rule(pos_y, y0, wy1);
             const int16_t *h[2];
-            for (uint32_t r = 0; r < 2; ++r) {
-                const uint32_t row = y0 + r;
-                int16_t *slot = b.h[row & 1];
-                if (b.row[row & 1] != row) {
-                    const size_t offset = size_t(row) * src_stride;
-                    byte_row_sums(b, n, src + offset, src_elements - offset, slot);
-                    b.row[row & 1] = row;
-                }
-                h[r] = slot;
-            }
+            int16_t *const slots[2] = {b.h[0], b.h[1]};
+            row_pair_sums(slots, b.row, y0, h, [&](uint32_t row, int16_t *slot) {
+                const size_t offset = size_t(row) * src_stride;
+                byte_row_sums(b, n, src + offset, src_elements - offset, slot);
+            });
             vertical_u8(n, h[0], h[1], wy1, dst + (size_t(oy) * dst_width + ox0) * dst_step, dst_step);
         }
     }
@@ -851,16 +861,11 @@ void walk(const T *src, size_t src_stride, size_t src_elements, uint32_t x_start
                 continue;
             }
             const uint32_t *h[2];
-            for (uint32_t r = 0; r < 2; ++r) {
-                const uint32_t row = y0 + r;
-                uint32_t *slot = s.h[row & 1];
-                if (s.row[row & 1] != row) {
-                    const size_t offset = size_t(row) * src_stride;
-                    horizontal_row(s, src + offset, src_elements - offset, slot);
-                    s.row[row & 1] = row;
-                }
-                h[r] = slot;
-            }
+            uint32_t *const slots[2] = {s.h[0], s.h[1]};
+            row_pair_sums(slots, s.row, y0, h, [&](uint32_t row, uint32_t *slot) {
+                const size_t offset = size_t(row) * src_stride;
+                horizontal_row(s, src + offset, src_elements - offset, slot);
+            });
             T *out = dst + (size_t(oy) * dst_width + ox0) * dst_step;
             if constexpr (sizeof(T) == 1) {
                 vertical_u8(s.n, h[0], h[1], wy1, out, dst_step);
